@@ -1,0 +1,124 @@
+// KSProcess (immediate): schedules the installation or removal of every driver
+// package of the NVDriverPackages table whose component changes in this
+// transaction.
+#include <string>
+
+#include <windows.h>
+#include <msiquery.h>
+
+#include "drivers/driver_packages_table.h"
+#include "drivers/driver_rules.h"
+#include "drivers/schedule_driver_package.h"
+#include "exports.h"
+#include "frame/action_guard.h"
+#include "frame/handles.h"
+#include "frame/session.h"
+#include "frame/windows_version.h"
+
+namespace setuputils {
+namespace {
+
+constexpr wchar_t kDriverPackagesQuery[] =
+    L"SELECT `NVDriverPackages`.`Component`, `Component`.`ComponentId`, `File`.`FileName`, "
+    L"`Component`.`Directory_`, `NVDriverPackages`.`Flags`, `NVDriverPackages`.`ReferenceComponents` "
+    L"FROM `NVDriverPackages`, `Component`, `File` "
+    L"WHERE `NVDriverPackages`.`Component` = `Component`.`Component` AND `Component`.`KeyPath` = `File`.`File`";
+
+struct DriverPackage {
+    std::wstring component;
+    std::wstring componentId;
+    std::wstring fileName;
+    std::wstring directory; // the resolved target path
+    unsigned flags = 0;
+    std::wstring reference;
+    ComponentStates states;
+    ComponentStates referenceStates; // both absent when there is no reference
+};
+
+UINT GetTargetPath(MSIHANDLE session, const std::wstring& directory, std::wstring& path) {
+    wchar_t empty[1] = L"";
+    DWORD size = 0;
+    UINT status = MsiGetTargetPathW(session, directory.c_str(), empty, &size);
+    if (status != ERROR_MORE_DATA && status != ERROR_SUCCESS) {
+        return status;
+    }
+    std::wstring buffer(size + 1, L'\0');
+    size = static_cast<DWORD>(buffer.size());
+    status = MsiGetTargetPathW(session, directory.c_str(), buffer.data(), &size);
+    buffer.resize(wcsnlen(buffer.c_str(), buffer.size()));
+    path = std::move(buffer);
+    return status;
+}
+
+// Reads one fetched row and what the installer knows of it. Returns the OR of
+// the statuses of the calls that failed.
+UINT ReadDriverPackage(MSIHANDLE session, MSIHANDLE record, DriverPackage& package) {
+    std::wstring directoryKey;
+    UINT status = GetRecordString(record, 1, package.component);
+    status |= GetRecordString(record, 2, package.componentId);
+    status |= GetRecordString(record, 3, package.fileName);
+    status |= GetRecordString(record, 4, directoryKey);
+    status |= GetRecordString(record, 6, package.reference);
+    package.flags = static_cast<unsigned>(MsiRecordGetInteger(record, 5));
+
+    status |= GetTargetPath(session, directoryKey, package.directory);
+    status |= GetComponentStates(session, package.component, package.states);
+    if (!package.reference.empty()) {
+        status |= GetComponentStates(session, package.reference, package.referenceStates);
+    }
+    return status;
+}
+
+UINT ScheduleIfChanging(MSIHANDLE session, const DriverPackage& package, bool msInfVariant) {
+    std::wstring fileName = msInfVariant ? AddMsInfSuffix(package.fileName) : package.fileName;
+    switch (DecideDriverPackageStep(package.states, !package.reference.empty(), package.referenceStates)) {
+    case DriverPackageStep::Install:
+        return ScheduleDriverPackage(session, true, fileName, package.directory, package.componentId,
+                                     package.flags);
+    case DriverPackageStep::Uninstall:
+        return ScheduleDriverPackage(session, false, fileName, package.directory, package.componentId,
+                                     package.flags);
+    case DriverPackageStep::None:
+        break;
+    }
+    return ERROR_SUCCESS;
+}
+
+UINT ProcessDriverPackages(MSIHANDLE session) {
+    if (!HasDriverPackagesTable(session)) {
+        return ERROR_SUCCESS;
+    }
+    View view;
+    if (OpenView(session, kDriverPackagesQuery, view) != ERROR_SUCCESS ||
+        MsiViewExecute(view.get(), 0) != ERROR_SUCCESS) {
+        return ERROR_SUCCESS;
+    }
+
+    const bool msInfVariant = IsWindows10OrLater();
+    UINT result = ERROR_SUCCESS;
+    while (result == ERROR_SUCCESS) {
+        MsiHandle record;
+        UINT fetched = MsiViewFetch(view.get(), record.put());
+        if (fetched != ERROR_SUCCESS) {
+            // The end of the rows, or a fetch that failed, which fails the action.
+            if (fetched != ERROR_NO_MORE_ITEMS) {
+                result |= fetched;
+            }
+            break;
+        }
+        DriverPackage package;
+        result |= ReadDriverPackage(session, record.get(), package);
+        if (result == ERROR_SUCCESS) {
+            result |= ScheduleIfChanging(session, package, msInfVariant);
+        }
+    }
+    return result;
+}
+
+} // namespace
+} // namespace setuputils
+
+extern "C" UINT WINAPI KSProcess(MSIHANDLE session) {
+    return setuputils::GuardAction(session, L"KSProcess",
+                                   [&] { return setuputils::ProcessDriverPackages(session); });
+}

@@ -1,0 +1,18 @@
+// The exported entry points, with the signatures the installer and rundll32 call.
+#pragma once
+
+#include <windows.h>
+#include <msi.h>
+
+extern "C" {
+
+// Custom actions: one installation handle in, a Windows Installer status out.
+UINT WINAPI AddRemovedComponents(MSIHANDLE session);
+UINT WINAPI KSCheckDeleteFlag(MSIHANDLE session);
+UINT WINAPI KSCleanup(MSIHANDLE session);
+UINT WINAPI KSProcess(MSIHANDLE session);
+
+// Command-line entry points for rundll32.
+void CALLBACK RunDllW(HWND window, HINSTANCE instance, LPWSTR commandLine, int show);
+
+} // extern "C"

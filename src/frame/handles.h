@@ -1,0 +1,49 @@
+// Owners of the Win32 and installer handles the actions open.
+#pragma once
+
+#include <windows.h>
+#include <msi.h>
+#include <msiquery.h>
+#include <setupapi.h>
+
+#include "frame/unique_handle.h"
+
+namespace setuputils {
+
+struct MsiHandleTraits {
+    using Handle = MSIHANDLE;
+    static Handle Invalid() { return 0; }
+    static void Close(Handle handle) { MsiCloseHandle(handle); }
+};
+
+struct RegKeyTraits {
+    using Handle = HKEY;
+    static Handle Invalid() { return nullptr; }
+    static void Close(Handle handle) { RegCloseKey(handle); }
+};
+
+struct ServiceHandleTraits {
+    using Handle = SC_HANDLE;
+    static Handle Invalid() { return nullptr; }
+    static void Close(Handle handle) { CloseServiceHandle(handle); }
+};
+
+struct InfHandleTraits {
+    using Handle = HINF;
+    static Handle Invalid() { return INVALID_HANDLE_VALUE; }
+    static void Close(Handle handle) { SetupCloseInfFile(handle); }
+};
+
+struct LocalMemoryTraits {
+    using Handle = HLOCAL;
+    static Handle Invalid() { return nullptr; }
+    static void Close(Handle handle) { LocalFree(handle); }
+};
+
+using MsiHandle = UniqueHandle<MsiHandleTraits>;
+using RegKey = UniqueHandle<RegKeyTraits>;
+using ServiceHandle = UniqueHandle<ServiceHandleTraits>;
+using InfHandle = UniqueHandle<InfHandleTraits>;
+using LocalMemory = UniqueHandle<LocalMemoryTraits>;
+
+} // namespace setuputils

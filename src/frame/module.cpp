@@ -1,0 +1,15 @@
+// Module start-up and the entry points that do nothing.
+#include "exports.h"
+
+BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID /*reserved*/) {
+    if (reason == DLL_PROCESS_ATTACH) {
+        DisableThreadLibraryCalls(instance);
+    }
+    return TRUE;
+}
+
+// rundll32 entry kept for the package's command lines; it has nothing to do.
+extern "C" void CALLBACK RunDllW(HWND /*window*/, HINSTANCE /*instance*/, LPWSTR /*commandLine*/, int /*show*/) {}
+
+// Kept for packages that schedule it; there is nothing to add.
+extern "C" UINT WINAPI AddRemovedComponents(MSIHANDLE /*session*/) { return ERROR_SUCCESS; }
