@@ -13,8 +13,9 @@ constexpr std::size_t kLargestFormattedChars = std::size_t{1} << 20;
 
 std::wstring FormatLogLine(const wchar_t* format, std::va_list args) {
     constexpr std::size_t kKept = kLogLineBufferChars - 1;
-    for (std::size_t capacity = kLogLineBufferChars; capacity <= kLargestFormattedChars; capacity *= 8) {
-        std::wstring buffer(capacity, L'\0');
+    std::wstring buffer;
+    for (std::size_t capacity = kLogLineBufferChars;; capacity = std::min(capacity * 8, kLargestFormattedChars)) {
+        buffer.assign(capacity, L'\0');
         std::va_list copy;
         va_copy(copy, args);
         int written = std::vswprintf(buffer.data(), buffer.size(), format, copy);
@@ -23,8 +24,13 @@ std::wstring FormatLogLine(const wchar_t* format, std::va_list args) {
             buffer.resize(std::min<std::size_t>(static_cast<std::size_t>(written), kKept));
             return buffer;
         }
+        if (capacity == kLargestFormattedChars) {
+            break;
+        }
     }
-    return std::wstring();
+    // Still too long: keep what the runtime wrote before it gave up.
+    buffer.resize(wcsnlen(buffer.c_str(), kKept));
+    return buffer;
 }
 
 std::wstring FormatLogLine(const wchar_t* format, ...) {

@@ -1,0 +1,41 @@
+#include "library.h"
+
+namespace harness {
+namespace {
+
+template <typename Function>
+Function Required(FARPROC address, const char* name) {
+    if (address == nullptr) {
+        throw std::runtime_error(std::string("setuputils.dll does not export ") + name);
+    }
+    return reinterpret_cast<Function>(reinterpret_cast<void*>(address));
+}
+
+} // namespace
+
+SetupUtilsLibrary::SetupUtilsLibrary() : module_(LoadLibraryW(Path().c_str())) {
+    if (module_ == nullptr) {
+        throw std::runtime_error("cannot load setuputils.dll: " + std::to_string(GetLastError()));
+    }
+}
+
+SetupUtilsLibrary::~SetupUtilsLibrary() { FreeLibrary(module_); }
+
+std::wstring SetupUtilsLibrary::Path() {
+    wchar_t path[MAX_PATH];
+    DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
+    std::wstring folder(path, length);
+    return folder.substr(0, folder.find_last_of(L'\\') + 1) + L"setuputils.dll";
+}
+
+FARPROC SetupUtilsLibrary::Find(const char* name) const { return GetProcAddress(module_, name); }
+
+CustomAction SetupUtilsLibrary::Action(const char* name) const {
+    return Required<CustomAction>(Find(name), name);
+}
+
+RunDllEntry SetupUtilsLibrary::CommandLineEntry(const char* name) const {
+    return Required<RunDllEntry>(Find(name), name);
+}
+
+} // namespace harness

@@ -1,0 +1,132 @@
+#include "machine.h"
+
+#include <stdexcept>
+#include <vector>
+
+#include <shlwapi.h>
+
+#include "frame/handles.h"
+#include "frame/windows_version.h"
+
+namespace harness {
+namespace {
+
+using setuputils::RegKey;
+using setuputils::ServiceHandle;
+
+std::wstring ProgramFolder() {
+    wchar_t path[MAX_PATH];
+    DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
+    std::wstring folder(path, length);
+    return folder.substr(0, folder.find_last_of(L'\\') + 1);
+}
+
+RegKey CreateKey(HKEY root, const std::wstring& path) {
+    RegKey key;
+    LSTATUS status = RegCreateKeyExW(root, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, key.put(), nullptr);
+    if (status != ERROR_SUCCESS) {
+        throw std::runtime_error("RegCreateKeyExW failed: " + std::to_string(status));
+    }
+    return key;
+}
+
+ServiceHandle OpenManager() {
+    ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+    if (!manager) {
+        throw std::runtime_error("OpenSCManagerW failed: " + std::to_string(GetLastError()));
+    }
+    return manager;
+}
+
+} // namespace
+
+std::optional<std::wstring> ReadRegistryString(HKEY root, const std::wstring& path, const std::wstring& name) {
+    DWORD size = 0;
+    if (RegGetValueW(root, path.c_str(), name.c_str(), RRF_RT_REG_SZ, nullptr, nullptr, &size) != ERROR_SUCCESS) {
+        return std::nullopt;
+    }
+    std::wstring value(size / sizeof(wchar_t) + 1, L'\0');
+    size = static_cast<DWORD>(value.size() * sizeof(wchar_t));
+    if (RegGetValueW(root, path.c_str(), name.c_str(), RRF_RT_REG_SZ, nullptr, value.data(), &size) !=
+        ERROR_SUCCESS) {
+        return std::nullopt;
+    }
+    value.resize(wcsnlen(value.c_str(), value.size()));
+    return value;
+}
+
+bool RegistryKeyExists(HKEY root, const std::wstring& path) {
+    RegKey key;
+    return RegOpenKeyExW(root, path.c_str(), 0, KEY_READ, key.put()) == ERROR_SUCCESS;
+}
+
+void WriteRegistryString(HKEY root, const std::wstring& path, const std::wstring& name, const std::wstring& value) {
+    RegKey key = CreateKey(root, path);
+    RegSetValueExW(key.get(), name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
+                   static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
+}
+
+void WriteRegistryDword(HKEY root, const std::wstring& path, const std::wstring& name, DWORD value) {
+    RegKey key = CreateKey(root, path);
+    RegSetValueExW(key.get(), name.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), sizeof(value));
+}
+
+void DeleteRegistryTree(HKEY root, const std::wstring& path) { SHDeleteKeyW(root, path.c_str()); }
+
+std::wstring TestDriverPath() { return ProgramFolder() + L"test_driver.sys"; }
+
+TestDriverService::TestDriverService(const std::wstring& name) : name_(name) {
+    std::wstring image = L"C:\\windows\\system32\\drivers\\" + name + L".sys";
+    if (!CopyFileW(TestDriverPath().c_str(), image.c_str(), FALSE)) {
+        throw std::runtime_error("cannot copy the test driver: " + std::to_string(GetLastError()));
+    }
+    ServiceHandle manager = OpenManager();
+    ServiceHandle service(CreateServiceW(manager.get(), name.c_str(), name.c_str(), SERVICE_ALL_ACCESS,
+                                         SERVICE_KERNEL_DRIVER, SERVICE_DEMAND_START, SERVICE_ERROR_NORMAL,
+                                         image.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr));
+    if (!service) {
+        throw std::runtime_error("CreateServiceW failed: " + std::to_string(GetLastError()));
+    }
+}
+
+TestDriverService::~TestDriverService() {
+    ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+    ServiceHandle service(OpenServiceW(manager.get(), name_.c_str(), SERVICE_ALL_ACCESS));
+    if (service) {
+        SERVICE_STATUS status{};
+        ControlService(service.get(), SERVICE_CONTROL_STOP, &status);
+        for (int i = 0; i < 50 && QueryServiceStatus(service.get(), &status) &&
+                        status.dwCurrentState != SERVICE_STOPPED;
+             ++i) {
+            Sleep(100);
+        }
+        DeleteService(service.get());
+    }
+}
+
+void TestDriverService::Start() {
+    ServiceHandle manager = OpenManager();
+    ServiceHandle service(OpenServiceW(manager.get(), name_.c_str(), SERVICE_ALL_ACCESS));
+    if (!service || !StartServiceW(service.get(), 0, nullptr)) {
+        throw std::runtime_error("StartServiceW failed: " + std::to_string(GetLastError()));
+    }
+    SERVICE_STATUS status{};
+    for (int i = 0; i < 50 && QueryServiceStatus(service.get(), &status) && status.dwCurrentState != SERVICE_RUNNING;
+         ++i) {
+        Sleep(100);
+    }
+}
+
+DWORD TestDriverService::State() const {
+    ServiceHandle manager = OpenManager();
+    ServiceHandle service(OpenServiceW(manager.get(), name_.c_str(), SERVICE_QUERY_STATUS));
+    SERVICE_STATUS status{};
+    if (!service || !QueryServiceStatus(service.get(), &status)) {
+        return 0;
+    }
+    return status.dwCurrentState;
+}
+
+DWORD ReportedMajorVersion() { return setuputils::GetNtVersion().major; }
+
+} // namespace harness

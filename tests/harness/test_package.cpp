@@ -1,0 +1,300 @@
+#include "test_package.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+#include <objbase.h>
+
+namespace harness {
+namespace {
+
+// Summary information property ids (msidefs.h of mingw lacks them).
+constexpr UINT kPidTemplate = 7;
+constexpr UINT kPidRevisionNumber = 9;
+constexpr UINT kPidPageCount = 14;
+constexpr UINT kPidWordCount = 15;
+
+constexpr int kComponent64Bit = 256;
+constexpr int kFileNotCompressed = 8192;
+constexpr int kCustomActionDllDeferred = 1 | 0x400 | 0x800;
+
+std::string Narrow(const std::wstring& text) {
+    std::string out;
+    for (wchar_t c : text) {
+        out.push_back(c < 0x80 ? static_cast<char>(c) : '?');
+    }
+    return out;
+}
+
+std::wstring Quoted(const std::wstring& text) {
+    std::wstring out = L"'";
+    for (wchar_t c : text) {
+        out.push_back(c);
+        if (c == L'\'') {
+            out.push_back(L'\'');
+        }
+    }
+    return out + L"'";
+}
+
+} // namespace
+
+std::wstring NewGuid() {
+    GUID guid;
+    CoCreateGuid(&guid);
+    wchar_t text[40];
+    StringFromGUID2(guid, text, 40);
+    return text;
+}
+
+std::wstring MakeTempFolder(const std::wstring& prefix) {
+    wchar_t temp[MAX_PATH];
+    GetTempPathW(MAX_PATH, temp);
+    std::wstring guid = NewGuid();
+    std::wstring folder = std::wstring(temp) + prefix + guid.substr(1, 8) + L"\\";
+    if (!CreateDirectoryW(folder.c_str(), nullptr)) {
+        throw std::runtime_error("cannot create " + Narrow(folder));
+    }
+    return folder;
+}
+
+void WriteTextFile(const std::wstring& path, const std::string& text) {
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        throw std::runtime_error("cannot write " + Narrow(path));
+    }
+    DWORD written = 0;
+    WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+    CloseHandle(file);
+}
+
+std::string ReadTextFile(const std::wstring& path) {
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        throw std::runtime_error("cannot read " + Narrow(path));
+    }
+    std::string text;
+    char buffer[4096];
+    DWORD read = 0;
+    while (ReadFile(file, buffer, sizeof(buffer), &read, nullptr) && read > 0) {
+        text.append(buffer, read);
+    }
+    CloseHandle(file);
+    return text;
+}
+
+TestPackage::TestPackage() : path_(MakeTempFolder(L"pkg") + L"test.msi"), productCode_(NewGuid()) {
+    UINT status = MsiOpenDatabaseW(path_.c_str(), MSIDBOPEN_CREATE, database_.put());
+    if (status != ERROR_SUCCESS) {
+        throw std::runtime_error("MsiOpenDatabaseW failed: " + std::to_string(status));
+    }
+}
+
+TestPackage::~TestPackage() = default;
+
+void TestPackage::Sql(const std::wstring& query) { Sql(query, {}); }
+
+void TestPackage::Sql(const std::wstring& query, const std::vector<std::wstring>& values) {
+    MsiHandle view;
+    UINT status = MsiDatabaseOpenViewW(database_.get(), query.c_str(), view.put());
+    if (status == ERROR_SUCCESS) {
+        MsiHandle record;
+        if (!values.empty()) {
+            record.reset(MsiCreateRecord(static_cast<UINT>(values.size())));
+            for (UINT i = 0; i < values.size(); ++i) {
+                MsiRecordSetStringW(record.get(), i + 1, values[i].c_str());
+            }
+        }
+        status = MsiViewExecute(view.get(), record.get());
+        MsiViewClose(view.get());
+    }
+    if (status != ERROR_SUCCESS) {
+        throw std::runtime_error("SQL failed (" + std::to_string(status) + "): " + Narrow(query));
+    }
+}
+
+void TestPackage::AddStandardTables() {
+    Sql(L"CREATE TABLE `Property` (`Property` CHAR(72) NOT NULL, `Value` CHAR(0) NOT NULL LOCALIZABLE "
+        L"PRIMARY KEY `Property`)");
+    Sql(L"CREATE TABLE `Directory` (`Directory` CHAR(72) NOT NULL, `Directory_Parent` CHAR(72), "
+        L"`DefaultDir` CHAR(255) NOT NULL LOCALIZABLE PRIMARY KEY `Directory`)");
+    Sql(L"CREATE TABLE `Component` (`Component` CHAR(72) NOT NULL, `ComponentId` CHAR(38), "
+        L"`Directory_` CHAR(72) NOT NULL, `Attributes` SHORT NOT NULL, `Condition` CHAR(255), "
+        L"`KeyPath` CHAR(72) PRIMARY KEY `Component`)");
+    Sql(L"CREATE TABLE `Feature` (`Feature` CHAR(38) NOT NULL, `Feature_Parent` CHAR(38), "
+        L"`Title` CHAR(64) LOCALIZABLE, `Description` CHAR(255) LOCALIZABLE, `Display` SHORT, "
+        L"`Level` SHORT NOT NULL, `Directory_` CHAR(72), `Attributes` SHORT NOT NULL PRIMARY KEY `Feature`)");
+    Sql(L"CREATE TABLE `FeatureComponents` (`Feature_` CHAR(38) NOT NULL, `Component_` CHAR(72) NOT NULL "
+        L"PRIMARY KEY `Feature_`, `Component_`)");
+    Sql(L"CREATE TABLE `File` (`File` CHAR(72) NOT NULL, `Component_` CHAR(72) NOT NULL, "
+        L"`FileName` CHAR(255) NOT NULL LOCALIZABLE, `FileSize` LONG NOT NULL, `Version` CHAR(72), "
+        L"`Language` CHAR(20), `Attributes` SHORT, `Sequence` SHORT NOT NULL PRIMARY KEY `File`)");
+    Sql(L"CREATE TABLE `Media` (`DiskId` SHORT NOT NULL, `LastSequence` SHORT NOT NULL, "
+        L"`DiskPrompt` CHAR(64) LOCALIZABLE, `Cabinet` CHAR(255), `VolumeLabel` CHAR(32), `Source` CHAR(72) "
+        L"PRIMARY KEY `DiskId`)");
+    Sql(L"CREATE TABLE `CustomAction` (`Action` CHAR(72) NOT NULL, `Type` SHORT NOT NULL, `Source` CHAR(72), "
+        L"`Target` CHAR(255), `ExtendedType` LONG PRIMARY KEY `Action`)");
+    Sql(L"CREATE TABLE `Binary` (`Name` CHAR(72) NOT NULL, `Data` OBJECT NOT NULL PRIMARY KEY `Name`)");
+    Sql(L"CREATE TABLE `Registry` (`Registry` CHAR(72) NOT NULL, `Root` SHORT NOT NULL, "
+        L"`Key` CHAR(255) NOT NULL LOCALIZABLE, `Name` CHAR(255) LOCALIZABLE, `Value` CHAR(0) LOCALIZABLE, "
+        L"`Component_` CHAR(72) NOT NULL PRIMARY KEY `Registry`)");
+    Sql(L"CREATE TABLE `Error` (`Error` SHORT NOT NULL, `Message` CHAR(0) LOCALIZABLE PRIMARY KEY `Error`)");
+    Sql(L"CREATE TABLE `InstallExecuteSequence` (`Action` CHAR(72) NOT NULL, `Condition` CHAR(255), "
+        L"`Sequence` SHORT PRIMARY KEY `Action`)");
+
+    SetProperty(L"ProductCode", productCode_);
+    SetProperty(L"ProductName", L"setuputils test");
+    SetProperty(L"ProductVersion", L"1.0.0");
+    SetProperty(L"ProductLanguage", L"1033");
+    SetProperty(L"Manufacturer", L"setuputils tests");
+    SetProperty(L"UpgradeCode", NewGuid());
+    SetProperty(L"ALLUSERS", L"1");
+    Sql(L"INSERT INTO `Directory` (`Directory`, `Directory_Parent`, `DefaultDir`) VALUES ('TARGETDIR', '', "
+        L"'SourceDir')");
+    Sql(L"INSERT INTO `Media` (`DiskId`, `LastSequence`) VALUES (1, 100)");
+    Sql(L"INSERT INTO `Error` (`Error`, `Message`) VALUES (25002, 'Driver package error.')");
+    Sql(L"INSERT INTO `Error` (`Error`, `Message`) VALUES (666, 'Action [2]: [3] ([4]).')");
+
+    const struct {
+        const wchar_t* action;
+        int sequence;
+    } sequence[] = {{L"CostInitialize", 800},      {L"FileCost", 900},          {L"CostFinalize", 1000},
+                    {L"InstallValidate", 1400},    {L"InstallInitialize", 1500}, {L"ProcessComponents", 1600},
+                    {L"RemoveRegistryValues", 2600}, {L"RemoveFiles", 3500},   {L"InstallFiles", 4000},
+                    {L"WriteRegistryValues", 5000}, {L"RegisterProduct", 6100}, {L"PublishFeatures", 6300},
+                    {L"PublishProduct", 6400},     {L"InstallFinalize", 6600}};
+    for (const auto& step : sequence) {
+        Sql(L"INSERT INTO `InstallExecuteSequence` (`Action`, `Sequence`) VALUES ('" + std::wstring(step.action) +
+            L"', " + std::to_wstring(step.sequence) + L")");
+    }
+}
+
+void TestPackage::AddDriverPackagesTable() {
+    Sql(L"CREATE TABLE `NVDriverPackages` (`Component` CHAR(72) NOT NULL, `Flags` LONG NOT NULL, "
+        L"`ReferenceComponents` CHAR(72) PRIMARY KEY `Component`)");
+}
+
+void TestPackage::SetProperty(const std::wstring& name, const std::wstring& value) {
+    Sql(L"INSERT INTO `Property` (`Property`, `Value`) VALUES (?, ?)", {name, value});
+}
+
+void TestPackage::AddDirectory(const std::wstring& directory, const std::wstring& defaultDir) {
+    Sql(L"INSERT INTO `Directory` (`Directory`, `Directory_Parent`, `DefaultDir`) VALUES (?, 'TARGETDIR', ?)",
+        {directory, defaultDir});
+}
+
+void TestPackage::AddFileComponent(const std::wstring& component, const std::wstring& directory,
+                                   const std::wstring& fileName, const std::wstring& feature, int featureLevel) {
+    if (std::find(features_.begin(), features_.end(), feature) == features_.end()) {
+        features_.push_back(feature);
+        Sql(L"INSERT INTO `Feature` (`Feature`, `Display`, `Level`, `Attributes`) VALUES (" + Quoted(feature) +
+            L", 1, " + std::to_wstring(featureLevel) + L", 0)");
+    }
+    const std::wstring file = L"f_" + component;
+    Sql(L"INSERT INTO `Component` (`Component`, `ComponentId`, `Directory_`, `Attributes`, `KeyPath`) "
+        L"VALUES (?, ?, ?, " +
+            std::to_wstring(kComponent64Bit) + L", ?)",
+        {component, NewGuid(), directory, file});
+    static int sequence = 0;
+    Sql(L"INSERT INTO `File` (`File`, `Component_`, `FileName`, `FileSize`, `Attributes`, `Sequence`) "
+        L"VALUES (?, ?, ?, 1, " +
+            std::to_wstring(kFileNotCompressed) + L", " + std::to_wstring(++sequence) + L")",
+        {file, component, fileName});
+    Sql(L"INSERT INTO `FeatureComponents` (`Feature_`, `Component_`) VALUES (?, ?)", {feature, component});
+}
+
+void TestPackage::AddDriverPackage(const std::wstring& component, int flags, const std::wstring& reference) {
+    Sql(L"INSERT INTO `NVDriverPackages` (`Component`, `Flags`, `ReferenceComponents`) VALUES (?, " +
+            std::to_wstring(flags) + L", ?)",
+        {component, reference});
+}
+
+void TestPackage::AddBinary(const std::wstring& name, const std::wstring& filePath) {
+    MsiHandle record(MsiCreateRecord(2));
+    MsiRecordSetStringW(record.get(), 1, name.c_str());
+    MsiRecordSetStreamW(record.get(), 2, filePath.c_str());
+    MsiHandle view;
+    UINT status = MsiDatabaseOpenViewW(database_.get(), L"INSERT INTO `Binary` (`Name`, `Data`) VALUES (?, ?)",
+                                       view.put());
+    if (status == ERROR_SUCCESS) {
+        status = MsiViewExecute(view.get(), record.get());
+    }
+    if (status != ERROR_SUCCESS) {
+        throw std::runtime_error("cannot add the binary " + Narrow(name) + ": " + std::to_string(status));
+    }
+}
+
+void TestPackage::AddDeferredAction(const std::wstring& action, const std::wstring& target, int extraType) {
+    Sql(L"INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES (?, " +
+            std::to_wstring(kCustomActionDllDeferred | extraType) + L", 'SetupUtils', ?)",
+        {action, target});
+}
+
+void TestPackage::Commit() {
+    MsiHandle summary;
+    UINT status = MsiGetSummaryInformationW(database_.get(), nullptr, 20, summary.put());
+    if (status == ERROR_SUCCESS) {
+        MsiSummaryInfoSetPropertyW(summary.get(), kPidTemplate, VT_LPSTR, 0, nullptr, L"x64;1033");
+        MsiSummaryInfoSetPropertyW(summary.get(), kPidRevisionNumber, VT_LPSTR, 0, nullptr, NewGuid().c_str());
+        MsiSummaryInfoSetPropertyW(summary.get(), kPidPageCount, VT_I4, 200, nullptr, nullptr);
+        MsiSummaryInfoSetPropertyW(summary.get(), kPidWordCount, VT_I4, 2, nullptr, nullptr);
+        status = MsiSummaryInfoPersist(summary.get());
+    }
+    if (status == ERROR_SUCCESS) {
+        status = MsiDatabaseCommit(database_.get());
+    }
+    if (status != ERROR_SUCCESS) {
+        throw std::runtime_error("commit failed: " + std::to_string(status));
+    }
+}
+
+void TestPackage::Close() { database_.reset(); }
+
+TestSession::TestSession(TestPackage& package) {
+    MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
+    std::wstring reference = L"#" + std::to_wstring(package.database());
+    UINT status = MsiOpenPackageW(reference.c_str(), session_.put());
+    if (status != ERROR_SUCCESS) {
+        throw std::runtime_error("MsiOpenPackageW failed: " + std::to_string(status));
+    }
+}
+
+TestSession::TestSession(const std::wstring& packagePath) {
+    MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
+    UINT status = MsiOpenPackageW(packagePath.c_str(), session_.put());
+    if (status != ERROR_SUCCESS) {
+        throw std::runtime_error("MsiOpenPackageW failed: " + std::to_string(status));
+    }
+}
+
+UINT TestSession::DoAction(const std::wstring& action) { return MsiDoActionW(session_.get(), action.c_str()); }
+
+void TestSession::Cost() {
+    for (const wchar_t* action : {L"CostInitialize", L"FileCost", L"CostFinalize"}) {
+        UINT status = DoAction(action);
+        if (status != ERROR_SUCCESS) {
+            throw std::runtime_error(Narrow(action) + " failed: " + std::to_string(status));
+        }
+    }
+}
+
+std::wstring TestSession::Property(const std::wstring& name) {
+    DWORD size = 0;
+    wchar_t empty[1] = L"";
+    MsiGetPropertyW(session_.get(), name.c_str(), empty, &size);
+    std::wstring value(size + 1, L'\0');
+    size = static_cast<DWORD>(value.size());
+    MsiGetPropertyW(session_.get(), name.c_str(), value.data(), &size);
+    value.resize(size);
+    return value;
+}
+
+void TestSession::SetProperty(const std::wstring& name, const std::wstring& value) {
+    MsiSetPropertyW(session_.get(), name.c_str(), value.c_str());
+}
+
+} // namespace harness

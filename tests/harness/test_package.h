@@ -1,0 +1,91 @@
+// Real installer databases and sessions built by the tests.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <windows.h>
+#include <msi.h>
+#include <msiquery.h>
+
+#include "frame/handles.h"
+
+namespace harness {
+
+using setuputils::MsiHandle;
+
+// A package database created from SQL in the test prefix's temporary folder.
+class TestPackage {
+public:
+    TestPackage();
+    ~TestPackage();
+    TestPackage(const TestPackage&) = delete;
+    TestPackage& operator=(const TestPackage&) = delete;
+
+    // Runs one SQL statement; throws std::runtime_error naming it on failure.
+    void Sql(const std::wstring& query);
+    // Runs a statement whose "?" markers take the fields of `values`, in order.
+    void Sql(const std::wstring& query, const std::vector<std::wstring>& values);
+
+    // Property, Directory, Component, Feature, FeatureComponents, File, Media,
+    // CustomAction, Binary, Registry, Error and InstallExecuteSequence, with
+    // the properties a product needs and the standard costing actions.
+    void AddStandardTables();
+    // The NVDriverPackages table of the driver actions.
+    void AddDriverPackagesTable();
+
+    void SetProperty(const std::wstring& name, const std::wstring& value);
+    // A directory below TARGETDIR whose target path is set by the property of its name.
+    void AddDirectory(const std::wstring& directory, const std::wstring& defaultDir);
+    // A component in feature `feature` (created when new) whose key file is `fileName`.
+    void AddFileComponent(const std::wstring& component, const std::wstring& directory,
+                          const std::wstring& fileName, const std::wstring& feature = L"Main",
+                          int featureLevel = 1);
+    void AddDriverPackage(const std::wstring& component, int flags, const std::wstring& reference = L"");
+    // A Binary row holding the file at `filePath`.
+    void AddBinary(const std::wstring& name, const std::wstring& filePath);
+    // A deferred custom action bound to `target` of the library in the Binary table.
+    void AddDeferredAction(const std::wstring& action, const std::wstring& target, int extraType = 0);
+
+    // Writes the summary information and commits.
+    void Commit();
+    MSIHANDLE database() const { return database_.get(); }
+    const std::wstring& path() const { return path_; }
+    const std::wstring& productCode() const { return productCode_; }
+    // Closes the database so that the installer may open the file itself.
+    void Close();
+
+private:
+    std::wstring path_;
+    std::wstring productCode_;
+    MsiHandle database_;
+    std::vector<std::wstring> features_;
+};
+
+// A session opened in this process on a committed package.
+class TestSession {
+public:
+    explicit TestSession(TestPackage& package);
+    // Opens the package file, as the installer would for an installed product.
+    explicit TestSession(const std::wstring& packagePath);
+
+    MSIHANDLE get() const { return session_.get(); }
+    UINT DoAction(const std::wstring& action);
+    // CostInitialize, FileCost and CostFinalize, so that directories and
+    // component states are the installer's own.
+    void Cost();
+    std::wstring Property(const std::wstring& name);
+    void SetProperty(const std::wstring& name, const std::wstring& value);
+
+private:
+    MsiHandle session_;
+};
+
+// A new GUID in braces, upper case.
+std::wstring NewGuid();
+// A fresh, empty folder below the temporary folder, ending in a backslash.
+std::wstring MakeTempFolder(const std::wstring& prefix);
+void WriteTextFile(const std::wstring& path, const std::string& text);
+std::string ReadTextFile(const std::wstring& path);
+
+} // namespace harness

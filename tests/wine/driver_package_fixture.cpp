@@ -1,0 +1,138 @@
+#include "driver_package_fixture.h"
+
+#include <stdexcept>
+
+namespace harness {
+namespace {
+
+constexpr wchar_t kDriverDirectory[] = L"DRIVERDIR";
+
+const wchar_t* const kDeferredDriverActions[] = {L"KSInstall",   L"KSRollback",   L"KSUninstall",
+                                                 L"KSInstall64", L"KSRollback64", L"KSUninstall64"};
+
+std::wstring ForInstallAction(const std::wstring& action) {
+    if (action.find(L"Install") != std::wstring::npos) {
+        return L"KSInstInstall";
+    }
+    return action.find(L"Rollback") != std::wstring::npos ? L"KSInstRollback" : L"KSInstUninstall";
+}
+
+} // namespace
+
+std::string DriverInf(const std::string& service) {
+    std::string inf = "[Version]\r\n"
+                      "Signature=\"$Windows NT$\"\r\n"
+                      "Class=System\r\n"
+                      "Provider=%Vendor%\r\n"
+                      "\r\n"
+                      "[Manufacturer]\r\n"
+                      "%Vendor%=Models,NTamd64\r\n"
+                      "\r\n"
+                      "[Models.NTamd64]\r\n"
+                      "%Device%=Driver_Install,ROOT\\TESTDRV\r\n"
+                      "\r\n"
+                      "[Driver_Install]\r\n"
+                      "\r\n"
+                      "[Driver_Install.Services]\r\n";
+    if (!service.empty()) {
+        inf += "AddService=" + service + ",0x00000002,Service_Install\r\n";
+    }
+    inf += "\r\n"
+           "[Service_Install]\r\n"
+           "ServiceType=1\r\n"
+           "StartType=3\r\n"
+           "ErrorControl=1\r\n"
+           "ServiceBinary=%12%\\" +
+           (service.empty() ? std::string("none") : service) +
+           ".sys\r\n"
+           "\r\n"
+           "[Strings]\r\n"
+           "Vendor=\"setuputils tests\"\r\n"
+           "Device=\"Test device\"\r\n";
+    return inf;
+}
+
+DriverPackageTest::DriverPackageTest()
+    : driverFolder_(MakeTempFolder(L"drv")),
+      sourceFolder_(package_.path().substr(0, package_.path().find_last_of(L'\\') + 1)) {
+    package_.AddStandardTables();
+    package_.AddDriverPackagesTable();
+    package_.AddDirectory(kDriverDirectory, L"drivers:.");
+    package_.SetProperty(kDriverDirectory, driverFolder_);
+    package_.AddBinary(L"SetupUtils", SetupUtilsLibrary::Path());
+    for (const wchar_t* action : kDeferredDriverActions) {
+        package_.AddDeferredAction(action, ForInstallAction(action));
+    }
+}
+
+DriverPackageTest::~DriverPackageTest() {
+    session_.reset();
+    if (installed_) {
+        MsiConfigureProductW(package_.productCode().c_str(), INSTALLLEVEL_DEFAULT, INSTALLSTATE_ABSENT);
+    }
+}
+
+void DriverPackageTest::AddDriver(const std::wstring& component, const std::wstring& fileName, int flags,
+                                  const std::wstring& reference, const std::wstring& feature) {
+    package_.AddFileComponent(component, kDriverDirectory, fileName, feature);
+    package_.AddDriverPackage(component, flags, reference);
+}
+
+void DriverPackageTest::AddPlainComponent(const std::wstring& component, const std::wstring& feature) {
+    package_.AddFileComponent(component, kDriverDirectory, component + L".txt", feature);
+    WriteTextFile(sourceFolder_ + component + L".txt", "plain\r\n");
+}
+
+void DriverPackageTest::WriteInf(const std::wstring& fileName, const std::string& text) {
+    WriteTextFile(driverFolder_ + fileName, text);
+    WriteTextFile(sourceFolder_ + fileName, text);
+}
+
+TestSession& DriverPackageTest::OpenCosted(const std::vector<std::pair<std::wstring, std::wstring>>& properties) {
+    package_.Commit();
+    session_ = std::make_unique<TestSession>(package_);
+    for (const auto& [name, value] : properties) {
+        session_->SetProperty(name, value);
+    }
+    session_->Cost();
+    messages_.Clear();
+    return *session_;
+}
+
+TestSession& DriverPackageTest::InstallThenOpen(
+    const std::wstring& commandLine, const std::vector<std::pair<std::wstring, std::wstring>>& properties) {
+    package_.Commit();
+    package_.Close();
+    MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
+    UINT status = MsiInstallProductW(package_.path().c_str(), commandLine.c_str());
+    if (status != ERROR_SUCCESS) {
+        throw std::runtime_error("MsiInstallProductW failed: " + std::to_string(status));
+    }
+    installed_ = true;
+    session_ = std::make_unique<TestSession>(package_.path());
+    for (const auto& [name, value] : properties) {
+        session_->SetProperty(name, value);
+    }
+    session_->Cost();
+    messages_.Clear();
+    return *session_;
+}
+
+UINT DriverPackageTest::RunKSProcess() { return library_.Action("KSProcess")(session_->get()); }
+
+std::wstring DriverPackageTest::ComponentId(const std::wstring& component) {
+    MsiHandle database(MsiGetActiveDatabase(session_->get()));
+    MsiHandle view;
+    MsiDatabaseOpenViewW(database.get(),
+                         (L"SELECT `ComponentId` FROM `Component` WHERE `Component` = '" + component + L"'").c_str(),
+                         view.put());
+    MsiViewExecute(view.get(), 0);
+    MsiHandle record;
+    MsiViewFetch(view.get(), record.put());
+    wchar_t id[64] = L"";
+    DWORD size = 64;
+    MsiRecordGetStringW(record.get(), 1, id, &size);
+    return id;
+}
+
+} // namespace harness
