@@ -19,7 +19,8 @@ bool ReferenceKeepsPackage(ComponentStates reference) {
 
 } // namespace
 
-DriverPackageStep DecideDriverPackageStep(ComponentStates component, bool hasReference, ComponentStates reference) {
+DriverPackageStep DecideDriverPackageStep(ComponentStates component, bool hasReference,
+                                          ComponentStates reference) {
     if (component.action == kStateLocal && (!hasReference || ReferenceKeepsPackage(reference))) {
         return DriverPackageStep::Install;
     }

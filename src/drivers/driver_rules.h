@@ -21,7 +21,8 @@ enum class DriverPackageStep { None, Install, Uninstall };
 
 // What this transaction does with a driver package, from the states of its
 // component and, when the package names one, of its reference component.
-DriverPackageStep DecideDriverPackageStep(ComponentStates component, bool hasReference, ComponentStates reference);
+DriverPackageStep DecideDriverPackageStep(ComponentStates component, bool hasReference,
+                                          ComponentStates reference);
 
 // From Windows 10 on, the package ships the INF variant named x.ms.inf for
 // x.inf: ".ms" goes before the last four characters (inside the long name of a

@@ -19,7 +19,8 @@ constexpr wchar_t kDriverComponentsQuery[] =
     L"SELECT `NVDriverPackages`.`Component`, `Component`.`ComponentId`, `File`.`FileName`, "
     L"`Component`.`Directory_`, `NVDriverPackages`.`Flags` "
     L"FROM `NVDriverPackages`, `Component`, `File` "
-    L"WHERE `NVDriverPackages`.`Component` = `Component`.`Component` AND `Component`.`KeyPath` = `File`.`File`";
+    L"WHERE `NVDriverPackages`.`Component` = `Component`.`Component` AND `Component`.`KeyPath` = "
+    L"`File`.`File`";
 
 constexpr wchar_t kServicesKeyPath[] = L"SYSTEM\\CurrentControlSet\\Services\\";
 constexpr wchar_t kDeleteFlagValue[] = L"DeleteFlag";
@@ -88,6 +89,7 @@ UINT CheckDeleteFlag(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI KSCheckDeleteFlag(MSIHANDLE session) {
-    setuputils::GuardAction(session, L"KSCheckDeleteFlag", [&] { return setuputils::CheckDeleteFlag(session); });
+    setuputils::GuardAction(session, L"KSCheckDeleteFlag",
+                            [&] { return setuputils::CheckDeleteFlag(session); });
     return ERROR_SUCCESS;
 }

@@ -38,7 +38,8 @@ UINT Cleanup(MSIHANDLE session) {
     std::wstring markerPath = std::wstring(kUninstallKeyPath) + kDriverInstallerProductCode;
     {
         RegKey marker;
-        if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, markerPath.c_str(), 0, KEY_READ, marker.put()) != ERROR_SUCCESS) {
+        if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, markerPath.c_str(), 0, KEY_READ, marker.put()) !=
+            ERROR_SUCCESS) {
             return ERROR_SUCCESS;
         }
         std::wstring reboot;

@@ -22,7 +22,8 @@ constexpr wchar_t kDriverPackagesQuery[] =
     L"SELECT `NVDriverPackages`.`Component`, `Component`.`ComponentId`, `File`.`FileName`, "
     L"`Component`.`Directory_`, `NVDriverPackages`.`Flags`, `NVDriverPackages`.`ReferenceComponents` "
     L"FROM `NVDriverPackages`, `Component`, `File` "
-    L"WHERE `NVDriverPackages`.`Component` = `Component`.`Component` AND `Component`.`KeyPath` = `File`.`File`";
+    L"WHERE `NVDriverPackages`.`Component` = `Component`.`Component` AND `Component`.`KeyPath` = "
+    L"`File`.`File`";
 
 struct DriverPackage {
     std::wstring component;

@@ -25,15 +25,19 @@ LSTATUS WriteRebootMarker() {
     if (status != ERROR_SUCCESS) {
         return status;
     }
-    return RegSetValueExW(key.get(), kRebootValueName, 0, REG_SZ, reinterpret_cast<const BYTE*>(kRebootForced),
-                          sizeof(kRebootForced));
+    return RegSetValueExW(key.get(), kRebootValueName, 0, REG_SZ,
+                          reinterpret_cast<const BYTE*>(kRebootForced), sizeof(kRebootForced));
 }
 
 } // namespace
 
-void InstallLog::StartCopy(int fileCount) { LogInfo(*this, L"Start copy operation: %d.", fileCount); }
+void InstallLog::StartCopy(int fileCount) {
+    LogInfo(*this, L"Start copy operation: %d.", fileCount);
+}
 
-void InstallLog::EndCopy() { LogInfo(*this, L"End copy operation."); }
+void InstallLog::EndCopy() {
+    LogInfo(*this, L"End copy operation.");
+}
 
 void InstallLog::Trace(const wchar_t* operation, const FILEPATHS_W& paths) {
     auto text = [](const wchar_t* value) { return value != nullptr ? value : L""; };
@@ -91,7 +95,9 @@ void SessionLog::Error(const wchar_t* text) {
     MsiProcessMessage(session_, kMessageError, record.get());
 }
 
-void FileLog::NeedReboot() { Info(L"Need reboot."); }
+void FileLog::NeedReboot() {
+    Info(L"Need reboot.");
+}
 
 void FileLog::Info(const wchar_t* text) {
     if (file_ != nullptr) {

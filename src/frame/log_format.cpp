@@ -14,7 +14,8 @@ constexpr std::size_t kLargestFormattedChars = std::size_t{1} << 20;
 std::wstring FormatLogLine(const wchar_t* format, std::va_list args) {
     constexpr std::size_t kKept = kLogLineBufferChars - 1;
     std::wstring buffer;
-    for (std::size_t capacity = kLogLineBufferChars;; capacity = std::min(capacity * 8, kLargestFormattedChars)) {
+    for (std::size_t capacity = kLogLineBufferChars;;
+         capacity = std::min(capacity * 8, kLargestFormattedChars)) {
         buffer.assign(capacity, L'\0');
         std::va_list copy;
         va_copy(copy, args);

@@ -9,7 +9,10 @@ BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID /*reserved*/) {
 }
 
 // rundll32 entry kept for the package's command lines; it has nothing to do.
-extern "C" void CALLBACK RunDllW(HWND /*window*/, HINSTANCE /*instance*/, LPWSTR /*commandLine*/, int /*show*/) {}
+extern "C" void CALLBACK RunDllW(HWND /*window*/, HINSTANCE /*instance*/, LPWSTR /*commandLine*/,
+                                 int /*show*/) {}
 
 // Kept for packages that schedule it; there is nothing to add.
-extern "C" UINT WINAPI AddRemovedComponents(MSIHANDLE /*session*/) { return ERROR_SUCCESS; }
+extern "C" UINT WINAPI AddRemovedComponents(MSIHANDLE /*session*/) {
+    return ERROR_SUCCESS;
+}

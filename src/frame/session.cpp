@@ -24,12 +24,15 @@ UINT GetPropertyString(MSIHANDLE session, const wchar_t* name, std::wstring& val
     if (status != ERROR_MORE_DATA) {
         return status;
     }
-    return ReadInto(value, size + 1,
-                    [&](wchar_t* buffer, DWORD* length) { return MsiGetPropertyW(session, name, buffer, length); });
+    return ReadInto(value, size + 1, [&](wchar_t* buffer, DWORD* length) {
+        return MsiGetPropertyW(session, name, buffer, length);
+    });
 }
 
 UINT GetRecordString(MSIHANDLE record, UINT field, std::wstring& value) {
-    auto read = [&](wchar_t* buffer, DWORD* length) { return MsiRecordGetStringW(record, field, buffer, length); };
+    auto read = [&](wchar_t* buffer, DWORD* length) {
+        return MsiRecordGetStringW(record, field, buffer, length);
+    };
     DWORD size = MsiRecordDataSize(record, field);
     UINT status = ReadInto(value, size + 1, read);
     if (status == ERROR_MORE_DATA) {
@@ -66,7 +69,9 @@ UINT OpenView(MSIHANDLE session, const wchar_t* query, View& view) {
     return MsiDatabaseOpenViewW(database.get(), query, view.put());
 }
 
-void CloseView(View& view) { view.Close(); }
+void CloseView(View& view) {
+    view.Close();
+}
 
 void ReportInfo(MSIHANDLE session, const wchar_t* text, int value) {
     MsiHandle record(MsiCreateRecord(1));

@@ -11,8 +11,8 @@ constexpr DWORD kBuildNumberMask = 0x0FFFFFFF;
 NtVersion GetNtVersion() {
     NtVersion version;
     HMODULE ntdll = GetModuleHandleW(L"ntdll.dll");
-    auto query = ntdll != nullptr ? reinterpret_cast<RtlGetNtVersionNumbersFn>(
-                                        reinterpret_cast<void*>(GetProcAddress(ntdll, "RtlGetNtVersionNumbers")))
+    auto query = ntdll != nullptr ? reinterpret_cast<RtlGetNtVersionNumbersFn>(reinterpret_cast<void*>(
+                                        GetProcAddress(ntdll, "RtlGetNtVersionNumbers")))
                                   : nullptr;
     if (query != nullptr) {
         query(&version.major, &version.minor, &version.build);
@@ -21,6 +21,8 @@ NtVersion GetNtVersion() {
     return version;
 }
 
-bool IsWindows10OrLater() { return GetNtVersion().major >= 10; }
+bool IsWindows10OrLater() {
+    return GetNtVersion().major >= 10;
+}
 
 } // namespace setuputils

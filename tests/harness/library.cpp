@@ -19,7 +19,9 @@ SetupUtilsLibrary::SetupUtilsLibrary() : module_(LoadLibraryW(Path().c_str())) {
     }
 }
 
-SetupUtilsLibrary::~SetupUtilsLibrary() { FreeLibrary(module_); }
+SetupUtilsLibrary::~SetupUtilsLibrary() {
+    FreeLibrary(module_);
+}
 
 std::wstring SetupUtilsLibrary::Path() {
     wchar_t path[MAX_PATH];
@@ -28,7 +30,9 @@ std::wstring SetupUtilsLibrary::Path() {
     return folder.substr(0, folder.find_last_of(L'\\') + 1) + L"setuputils.dll";
 }
 
-FARPROC SetupUtilsLibrary::Find(const char* name) const { return GetProcAddress(module_, name); }
+FARPROC SetupUtilsLibrary::Find(const char* name) const {
+    return GetProcAddress(module_, name);
+}
 
 CustomAction SetupUtilsLibrary::Action(const char* name) const {
     return Required<CustomAction>(Find(name), name);

@@ -23,7 +23,8 @@ std::wstring ProgramFolder() {
 
 RegKey CreateKey(HKEY root, const std::wstring& path) {
     RegKey key;
-    LSTATUS status = RegCreateKeyExW(root, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, key.put(), nullptr);
+    LSTATUS status =
+        RegCreateKeyExW(root, path.c_str(), 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, key.put(), nullptr);
     if (status != ERROR_SUCCESS) {
         throw std::runtime_error("RegCreateKeyExW failed: " + std::to_string(status));
     }
@@ -40,9 +41,11 @@ ServiceHandle OpenManager() {
 
 } // namespace
 
-std::optional<std::wstring> ReadRegistryString(HKEY root, const std::wstring& path, const std::wstring& name) {
+std::optional<std::wstring> ReadRegistryString(HKEY root, const std::wstring& path,
+                                               const std::wstring& name) {
     DWORD size = 0;
-    if (RegGetValueW(root, path.c_str(), name.c_str(), RRF_RT_REG_SZ, nullptr, nullptr, &size) != ERROR_SUCCESS) {
+    if (RegGetValueW(root, path.c_str(), name.c_str(), RRF_RT_REG_SZ, nullptr, nullptr, &size) !=
+        ERROR_SUCCESS) {
         return std::nullopt;
     }
     std::wstring value(size / sizeof(wchar_t) + 1, L'\0');
@@ -60,7 +63,8 @@ bool RegistryKeyExists(HKEY root, const std::wstring& path) {
     return RegOpenKeyExW(root, path.c_str(), 0, KEY_READ, key.put()) == ERROR_SUCCESS;
 }
 
-void WriteRegistryString(HKEY root, const std::wstring& path, const std::wstring& name, const std::wstring& value) {
+void WriteRegistryString(HKEY root, const std::wstring& path, const std::wstring& name,
+                         const std::wstring& value) {
     RegKey key = CreateKey(root, path);
     RegSetValueExW(key.get(), name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
                    static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
@@ -68,12 +72,17 @@ void WriteRegistryString(HKEY root, const std::wstring& path, const std::wstring
 
 void WriteRegistryDword(HKEY root, const std::wstring& path, const std::wstring& name, DWORD value) {
     RegKey key = CreateKey(root, path);
-    RegSetValueExW(key.get(), name.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), sizeof(value));
+    RegSetValueExW(key.get(), name.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value),
+                   sizeof(value));
 }
 
-void DeleteRegistryTree(HKEY root, const std::wstring& path) { SHDeleteKeyW(root, path.c_str()); }
+void DeleteRegistryTree(HKEY root, const std::wstring& path) {
+    SHDeleteKeyW(root, path.c_str());
+}
 
-std::wstring TestDriverPath() { return ProgramFolder() + L"test_driver.sys"; }
+std::wstring TestDriverPath() {
+    return ProgramFolder() + L"test_driver.sys";
+}
 
 TestDriverService::TestDriverService(const std::wstring& name) : name_(name) {
     std::wstring image = L"C:\\windows\\system32\\drivers\\" + name + L".sys";
@@ -95,8 +104,8 @@ TestDriverService::~TestDriverService() {
     if (service) {
         SERVICE_STATUS status{};
         ControlService(service.get(), SERVICE_CONTROL_STOP, &status);
-        for (int i = 0; i < 50 && QueryServiceStatus(service.get(), &status) &&
-                        status.dwCurrentState != SERVICE_STOPPED;
+        for (int i = 0;
+             i < 50 && QueryServiceStatus(service.get(), &status) && status.dwCurrentState != SERVICE_STOPPED;
              ++i) {
             Sleep(100);
         }
@@ -111,7 +120,8 @@ void TestDriverService::Start() {
         throw std::runtime_error("StartServiceW failed: " + std::to_string(GetLastError()));
     }
     SERVICE_STATUS status{};
-    for (int i = 0; i < 50 && QueryServiceStatus(service.get(), &status) && status.dwCurrentState != SERVICE_RUNNING;
+    for (int i = 0;
+         i < 50 && QueryServiceStatus(service.get(), &status) && status.dwCurrentState != SERVICE_RUNNING;
          ++i) {
         Sleep(100);
     }
@@ -127,6 +137,8 @@ DWORD TestDriverService::State() const {
     return status.dwCurrentState;
 }
 
-DWORD ReportedMajorVersion() { return setuputils::GetNtVersion().major; }
+DWORD ReportedMajorVersion() {
+    return setuputils::GetNtVersion().major;
+}
 
 } // namespace harness

@@ -10,7 +10,8 @@ namespace harness {
 
 std::optional<std::wstring> ReadRegistryString(HKEY root, const std::wstring& path, const std::wstring& name);
 bool RegistryKeyExists(HKEY root, const std::wstring& path);
-void WriteRegistryString(HKEY root, const std::wstring& path, const std::wstring& name, const std::wstring& value);
+void WriteRegistryString(HKEY root, const std::wstring& path, const std::wstring& name,
+                         const std::wstring& value);
 void WriteRegistryDword(HKEY root, const std::wstring& path, const std::wstring& name, DWORD value);
 void DeleteRegistryTree(HKEY root, const std::wstring& path);
 

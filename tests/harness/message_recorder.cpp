@@ -34,9 +34,13 @@ std::wstring FormattedText(MSIHANDLE record) {
 
 } // namespace
 
-MessageRecorder::MessageRecorder() { MsiSetExternalUIRecord(&MessageRecorder::Handle, kEveryMessage, this, &previous_); }
+MessageRecorder::MessageRecorder() {
+    MsiSetExternalUIRecord(&MessageRecorder::Handle, kEveryMessage, this, &previous_);
+}
 
-MessageRecorder::~MessageRecorder() { MsiSetExternalUIRecord(previous_, 0, nullptr, nullptr); }
+MessageRecorder::~MessageRecorder() {
+    MsiSetExternalUIRecord(previous_, 0, nullptr, nullptr);
+}
 
 int WINAPI MessageRecorder::Handle(LPVOID context, UINT type, MSIHANDLE record) {
     auto* self = static_cast<MessageRecorder*>(context);

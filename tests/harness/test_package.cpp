@@ -62,7 +62,8 @@ std::wstring MakeTempFolder(const std::wstring& prefix) {
 }
 
 void WriteTextFile(const std::wstring& path, const std::string& text) {
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    HANDLE file =
+        CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
         throw std::runtime_error("cannot write " + Narrow(path));
     }
@@ -72,8 +73,8 @@ void WriteTextFile(const std::wstring& path, const std::string& text) {
 }
 
 std::string ReadTextFile(const std::wstring& path) {
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
-                              FILE_ATTRIBUTE_NORMAL, nullptr);
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
         throw std::runtime_error("cannot read " + Narrow(path));
     }
@@ -96,7 +97,9 @@ TestPackage::TestPackage() : path_(MakeTempFolder(L"pkg") + L"test.msi"), produc
 
 TestPackage::~TestPackage() = default;
 
-void TestPackage::Sql(const std::wstring& query) { Sql(query, {}); }
+void TestPackage::Sql(const std::wstring& query) {
+    Sql(query, {});
+}
 
 void TestPackage::Sql(const std::wstring& query, const std::vector<std::wstring>& values) {
     MsiHandle view;
@@ -162,14 +165,15 @@ void TestPackage::AddStandardTables() {
     const struct {
         const wchar_t* action;
         int sequence;
-    } sequence[] = {{L"CostInitialize", 800},      {L"FileCost", 900},          {L"CostFinalize", 1000},
-                    {L"InstallValidate", 1400},    {L"InstallInitialize", 1500}, {L"ProcessComponents", 1600},
-                    {L"RemoveRegistryValues", 2600}, {L"RemoveFiles", 3500},   {L"InstallFiles", 4000},
-                    {L"WriteRegistryValues", 5000}, {L"RegisterProduct", 6100}, {L"PublishFeatures", 6300},
-                    {L"PublishProduct", 6400},     {L"InstallFinalize", 6600}};
+    } sequence[] = {
+        {L"CostInitialize", 800},        {L"FileCost", 900},           {L"CostFinalize", 1000},
+        {L"InstallValidate", 1400},      {L"InstallInitialize", 1500}, {L"ProcessComponents", 1600},
+        {L"RemoveRegistryValues", 2600}, {L"RemoveFiles", 3500},       {L"InstallFiles", 4000},
+        {L"WriteRegistryValues", 5000},  {L"RegisterProduct", 6100},   {L"PublishFeatures", 6300},
+        {L"PublishProduct", 6400},       {L"InstallFinalize", 6600}};
     for (const auto& step : sequence) {
-        Sql(L"INSERT INTO `InstallExecuteSequence` (`Action`, `Sequence`) VALUES ('" + std::wstring(step.action) +
-            L"', " + std::to_wstring(step.sequence) + L")");
+        Sql(L"INSERT INTO `InstallExecuteSequence` (`Action`, `Sequence`) VALUES ('" +
+            std::wstring(step.action) + L"', " + std::to_wstring(step.sequence) + L")");
     }
 }
 
@@ -188,11 +192,12 @@ void TestPackage::AddDirectory(const std::wstring& directory, const std::wstring
 }
 
 void TestPackage::AddFileComponent(const std::wstring& component, const std::wstring& directory,
-                                   const std::wstring& fileName, const std::wstring& feature, int featureLevel) {
+                                   const std::wstring& fileName, const std::wstring& feature,
+                                   int featureLevel) {
     if (std::find(features_.begin(), features_.end(), feature) == features_.end()) {
         features_.push_back(feature);
-        Sql(L"INSERT INTO `Feature` (`Feature`, `Display`, `Level`, `Attributes`) VALUES (" + Quoted(feature) +
-            L", 1, " + std::to_wstring(featureLevel) + L", 0)");
+        Sql(L"INSERT INTO `Feature` (`Feature`, `Display`, `Level`, `Attributes`) VALUES (" +
+            Quoted(feature) + L", 1, " + std::to_wstring(featureLevel) + L", 0)");
     }
     const std::wstring file = L"f_" + component;
     Sql(L"INSERT INTO `Component` (`Component`, `ComponentId`, `Directory_`, `Attributes`, `KeyPath`) "
@@ -218,8 +223,8 @@ void TestPackage::AddBinary(const std::wstring& name, const std::wstring& filePa
     MsiRecordSetStringW(record.get(), 1, name.c_str());
     MsiRecordSetStreamW(record.get(), 2, filePath.c_str());
     MsiHandle view;
-    UINT status = MsiDatabaseOpenViewW(database_.get(), L"INSERT INTO `Binary` (`Name`, `Data`) VALUES (?, ?)",
-                                       view.put());
+    UINT status = MsiDatabaseOpenViewW(database_.get(),
+                                       L"INSERT INTO `Binary` (`Name`, `Data`) VALUES (?, ?)", view.put());
     if (status == ERROR_SUCCESS) {
         status = MsiViewExecute(view.get(), record.get());
     }
@@ -239,7 +244,8 @@ void TestPackage::Commit() {
     UINT status = MsiGetSummaryInformationW(database_.get(), nullptr, 20, summary.put());
     if (status == ERROR_SUCCESS) {
         MsiSummaryInfoSetPropertyW(summary.get(), kPidTemplate, VT_LPSTR, 0, nullptr, L"x64;1033");
-        MsiSummaryInfoSetPropertyW(summary.get(), kPidRevisionNumber, VT_LPSTR, 0, nullptr, NewGuid().c_str());
+        MsiSummaryInfoSetPropertyW(summary.get(), kPidRevisionNumber, VT_LPSTR, 0, nullptr,
+                                   NewGuid().c_str());
         MsiSummaryInfoSetPropertyW(summary.get(), kPidPageCount, VT_I4, 200, nullptr, nullptr);
         MsiSummaryInfoSetPropertyW(summary.get(), kPidWordCount, VT_I4, 2, nullptr, nullptr);
         status = MsiSummaryInfoPersist(summary.get());
@@ -252,7 +258,9 @@ void TestPackage::Commit() {
     }
 }
 
-void TestPackage::Close() { database_.reset(); }
+void TestPackage::Close() {
+    database_.reset();
+}
 
 TestSession::TestSession(TestPackage& package) {
     MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
@@ -271,7 +279,9 @@ TestSession::TestSession(const std::wstring& packagePath) {
     }
 }
 
-UINT TestSession::DoAction(const std::wstring& action) { return MsiDoActionW(session_.get(), action.c_str()); }
+UINT TestSession::DoAction(const std::wstring& action) {
+    return MsiDoActionW(session_.get(), action.c_str());
+}
 
 void TestSession::Cost() {
     for (const wchar_t* action : {L"CostInitialize", L"FileCost", L"CostFinalize"}) {

@@ -88,7 +88,8 @@ void DriverPackageTest::WriteInf(const std::wstring& fileName, const std::string
     WriteTextFile(sourceFolder_ + fileName, text);
 }
 
-TestSession& DriverPackageTest::OpenCosted(const std::vector<std::pair<std::wstring, std::wstring>>& properties) {
+TestSession&
+DriverPackageTest::OpenCosted(const std::vector<std::pair<std::wstring, std::wstring>>& properties) {
     package_.Commit();
     session_ = std::make_unique<TestSession>(package_);
     for (const auto& [name, value] : properties) {
@@ -99,8 +100,9 @@ TestSession& DriverPackageTest::OpenCosted(const std::vector<std::pair<std::wstr
     return *session_;
 }
 
-TestSession& DriverPackageTest::InstallThenOpen(
-    const std::wstring& commandLine, const std::vector<std::pair<std::wstring, std::wstring>>& properties) {
+TestSession&
+DriverPackageTest::InstallThenOpen(const std::wstring& commandLine,
+                                   const std::vector<std::pair<std::wstring, std::wstring>>& properties) {
     package_.Commit();
     package_.Close();
     MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
@@ -118,14 +120,17 @@ TestSession& DriverPackageTest::InstallThenOpen(
     return *session_;
 }
 
-UINT DriverPackageTest::RunKSProcess() { return library_.Action("KSProcess")(session_->get()); }
+UINT DriverPackageTest::RunKSProcess() {
+    return library_.Action("KSProcess")(session_->get());
+}
 
 std::wstring DriverPackageTest::ComponentId(const std::wstring& component) {
     MsiHandle database(MsiGetActiveDatabase(session_->get()));
     MsiHandle view;
-    MsiDatabaseOpenViewW(database.get(),
-                         (L"SELECT `ComponentId` FROM `Component` WHERE `Component` = '" + component + L"'").c_str(),
-                         view.put());
+    MsiDatabaseOpenViewW(
+        database.get(),
+        (L"SELECT `ComponentId` FROM `Component` WHERE `Component` = '" + component + L"'").c_str(),
+        view.put());
     MsiViewExecute(view.get(), 0);
     MsiHandle record;
     MsiViewFetch(view.get(), record.put());
