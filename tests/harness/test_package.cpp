@@ -88,7 +88,9 @@ std::string ReadTextFile(const std::wstring& path) {
     return text;
 }
 
-TestPackage::TestPackage() : path_(MakeTempFolder(L"pkg") + L"test.msi"), productCode_(NewGuid()) {
+TestPackage::TestPackage() : TestPackage(MakeTempFolder(L"pkg") + L"test.msi") {}
+
+TestPackage::TestPackage(std::wstring path) : path_(std::move(path)), productCode_(NewGuid()) {
     UINT status = MsiOpenDatabaseW(path_.c_str(), MSIDBOPEN_CREATE, database_.put());
     if (status != ERROR_SUCCESS) {
         throw std::runtime_error("MsiOpenDatabaseW failed: " + std::to_string(status));

@@ -18,6 +18,8 @@ using setuputils::MsiHandle;
 class TestPackage {
 public:
     TestPackage();
+    // A package at `path`.
+    explicit TestPackage(std::wstring path);
     ~TestPackage();
     TestPackage(const TestPackage&) = delete;
     TestPackage& operator=(const TestPackage&) = delete;
