@@ -6,6 +6,7 @@
 #include <exception>
 #include <string>
 
+#include "driver_inf.h"
 #include "test_package.h"
 
 namespace {
@@ -18,33 +19,8 @@ constexpr int kImmediate = 1;
 constexpr int kDeferred = 1 | 0x400 | 0x800;
 constexpr int kRollback = kDeferred | 0x100;
 
-constexpr char kSampleInf[] = "[Version]\r\n"
-                              "Signature=\"$Windows NT$\"\r\n"
-                              "Class=System\r\n"
-                              "Provider=%Vendor%\r\n"
-                              "\r\n"
-                              "[Manufacturer]\r\n"
-                              "%Vendor%=Models,NTamd64\r\n"
-                              "\r\n"
-                              "[Models.NTamd64]\r\n"
-                              "%Device%=Sample_Install,ROOT\\NVSAMPLE\r\n"
-                              "\r\n"
-                              "[Sample_Install]\r\n"
-                              "\r\n"
-                              "[Sample_Install.Services]\r\n"
-                              "AddService=nvsample,0x00000002,Sample_Service\r\n"
-                              "\r\n"
-                              "[Sample_Service]\r\n"
-                              "ServiceType=1\r\n"
-                              "StartType=3\r\n"
-                              "ErrorControl=1\r\n"
-                              "ServiceBinary=%12%\\nvsample.sys\r\n"
-                              "\r\n"
-                              "[Strings]\r\n"
-                              "Vendor=\"Sample vendor\"\r\n"
-                              "Device=\"Sample device\"\r\n";
-
-void AddAction(harness::TestPackage& package, const std::wstring& action, int type, const std::wstring& target) {
+void AddAction(harness::TestPackage& package, const std::wstring& action, int type,
+               const std::wstring& target) {
     package.Sql(L"INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES (?, " +
                     std::to_wstring(type) + L", 'SetupUtils', ?)",
                 {action, target});
@@ -57,7 +33,7 @@ void Sequence(harness::TestPackage& package, const std::wstring& action, int seq
 }
 
 void BuildSample(const std::wstring& folder, const std::wstring& library) {
-    harness::WriteTextFile(folder + L"nvsample.inf", kSampleInf);
+    harness::WriteTextFile(folder + L"nvsample.inf", harness::DriverInf("nvsample"));
     harness::TestPackage package(folder + L"sample.msi");
     package.AddStandardTables();
     package.AddDriverPackagesTable();

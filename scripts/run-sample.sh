@@ -40,12 +40,16 @@ registered() { wine reg query "$uninstall_key" >/dev/null 2>&1; }
 inf="$WINEPREFIX/drive_c/Program Files/Sample Provider/Drivers/nvsample.inf"
 sep=$'\x01'
 
+msiexec() { # msiexec <option> <log name>: the exit status is cut to 8 bits by wine
+    set +e
+    wine msiexec "$1" sample.msi /qn /l*v "C:\\users\\Public\\sample\\$2"
+    status=$?
+    set -e
+    echo "msiexec $1: exit status $status"
+}
+
 cd "$public"
-set +e
-wine msiexec /i sample.msi /qn /l*v 'C:\users\Public\sample\install.log'
-status=$?
-set -e
-echo "Install: msiexec exit status $status"
+msiexec /i install.log
 check "installation succeeded" test "$status" -eq 0
 check "product registered" registered
 check "driver INF installed" test -f "$inf"
@@ -54,11 +58,7 @@ check "rollback scheduled before install" started_before KSRollback64 KSInstall6
 check "install data: directory, file, component id, flags, ticks" \
     logged "Drivers\\\\${sep}nvsample.inf${sep}{[0-9A-F-]*}${sep}32${sep}3000000\$" install.log
 
-set +e
-wine msiexec /x sample.msi /qn /l*v 'C:\users\Public\sample\remove.log'
-status=$?
-set -e
-echo "Removal: msiexec exit status $status"
+msiexec /x remove.log
 check "removal succeeded" test "$status" -eq 0
 check "uninstall scheduled" logged "KSUninstall64" remove.log
 check "uninstall data names the INF's service" logged "${sep}3000000${sep}nvsample" remove.log

@@ -2,6 +2,8 @@
 
 #include <msiquery.h>
 
+#include "msi_text.h"
+
 namespace harness {
 namespace {
 
@@ -11,25 +13,12 @@ constexpr DWORD kEveryMessage = 0xFFFFFFFF;
 constexpr UINT kMostFields = 64;
 
 std::wstring FieldText(MSIHANDLE record, UINT field) {
-    DWORD size = 0;
-    wchar_t empty[1] = L"";
-    MsiRecordGetStringW(record, field, empty, &size);
-    std::wstring text(size + 1, L'\0');
-    size = static_cast<DWORD>(text.size());
-    MsiRecordGetStringW(record, field, text.data(), &size);
-    text.resize(size);
-    return text;
+    return ReadMsiText(
+        [&](wchar_t* text, DWORD* size) { return MsiRecordGetStringW(record, field, text, size); });
 }
 
 std::wstring FormattedText(MSIHANDLE record) {
-    DWORD size = 0;
-    wchar_t empty[1] = L"";
-    MsiFormatRecordW(0, record, empty, &size);
-    std::wstring text(size + 1, L'\0');
-    size = static_cast<DWORD>(text.size());
-    MsiFormatRecordW(0, record, text.data(), &size);
-    text.resize(size);
-    return text;
+    return ReadMsiText([&](wchar_t* text, DWORD* size) { return MsiFormatRecordW(0, record, text, size); });
 }
 
 } // namespace

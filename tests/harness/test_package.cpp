@@ -8,6 +8,8 @@
 
 #include <objbase.h>
 
+#include "msi_text.h"
+
 namespace harness {
 namespace {
 
@@ -295,14 +297,9 @@ void TestSession::Cost() {
 }
 
 std::wstring TestSession::Property(const std::wstring& name) {
-    DWORD size = 0;
-    wchar_t empty[1] = L"";
-    MsiGetPropertyW(session_.get(), name.c_str(), empty, &size);
-    std::wstring value(size + 1, L'\0');
-    size = static_cast<DWORD>(value.size());
-    MsiGetPropertyW(session_.get(), name.c_str(), value.data(), &size);
-    value.resize(size);
-    return value;
+    return ReadMsiText([&](wchar_t* text, DWORD* size) {
+        return MsiGetPropertyW(session_.get(), name.c_str(), text, size);
+    });
 }
 
 void TestSession::SetProperty(const std::wstring& name, const std::wstring& value) {

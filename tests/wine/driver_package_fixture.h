@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include "driver_inf.h"
 #include "library.h"
 #include "message_recorder.h"
 #include "test_package.h"
@@ -15,10 +16,6 @@
 namespace harness {
 
 inline constexpr wchar_t kSeparator[] = L"\x0001";
-
-// An INF whose install section comes from its first model and names `service`
-// in its first AddService line (none when `service` is empty).
-std::string DriverInf(const std::string& service);
 
 class DriverPackageTest : public ::testing::Test {
 protected:
