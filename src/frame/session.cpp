@@ -21,6 +21,10 @@ UINT GetPropertyString(MSIHANDLE session, const wchar_t* name, std::wstring& val
     wchar_t empty[1] = L"";
     DWORD size = 0;
     UINT status = MsiGetPropertyW(session, name, empty, &size);
+    if (status == ERROR_MORE_DATA && size == 0) {
+        // Some engines find no room for the terminator of an empty value; it is empty all the same.
+        return ERROR_SUCCESS;
+    }
     if (status != ERROR_MORE_DATA) {
         return status;
     }
