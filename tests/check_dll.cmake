@@ -1,5 +1,6 @@
 # Checks the built library: a 64-bit PE DLL that imports system DLLs only and
 # exports the package's entry points under their exact names.
+cmake_minimum_required(VERSION 3.20)
 execute_process(COMMAND ${OBJDUMP} -p ${DLL} OUTPUT_VARIABLE dump RESULT_VARIABLE result)
 if(NOT result EQUAL 0)
   message(FATAL_ERROR "objdump failed on ${DLL}")
@@ -8,8 +9,11 @@ execute_process(COMMAND ${OBJDUMP} -f ${DLL} OUTPUT_VARIABLE header)
 if(NOT header MATCHES "file format pei-x86-64")
   message(FATAL_ERROR "not a PE32+ x86-64 image:\n${header}")
 endif()
-if(NOT header MATCHES "DLL")
-  message(FATAL_ERROR "not a DLL:\n${header}")
+if(NOT dump MATCHES "Magic[ \t]+020b")
+  message(FATAL_ERROR "not a PE32+ image")
+endif()
+if(NOT dump MATCHES "Characteristics[^\n]*\n([ \t]+[^\n]+\n)*[ \t]+DLL\n")
+  message(FATAL_ERROR "not a DLL")
 endif()
 
 set(system_dlls advapi32.dll crypt32.dll kernel32.dll msi.dll msvcrt.dll netapi32.dll ntdll.dll ole32.dll
