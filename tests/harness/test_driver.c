@@ -2,7 +2,9 @@
  * it as the service of a driver package. */
 #include <ntddk.h>
 
-static void NTAPI TestDriverUnload(PDRIVER_OBJECT driver) { (void)driver; }
+static void NTAPI TestDriverUnload(PDRIVER_OBJECT driver) {
+    (void)driver;
+}
 
 NTSTATUS NTAPI DriverEntry(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath) {
     (void)registryPath;
