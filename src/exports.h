@@ -10,9 +10,14 @@ extern "C" {
 UINT WINAPI AddRemovedComponents(MSIHANDLE session);
 UINT WINAPI KSCheckDeleteFlag(MSIHANDLE session);
 UINT WINAPI KSCleanup(MSIHANDLE session);
+UINT WINAPI KSInstCleanUp(MSIHANDLE session);
+UINT WINAPI KSInstInstall(MSIHANDLE session);
+UINT WINAPI KSInstUninstall(MSIHANDLE session); // also exported as KSInstRollback
 UINT WINAPI KSProcess(MSIHANDLE session);
 
 // Command-line entry points for rundll32.
+void CALLBACK KSInstallW(HWND window, HINSTANCE instance, LPWSTR commandLine, int show);
+void CALLBACK KSUninstallW(HWND window, HINSTANCE instance, LPWSTR commandLine, int show);
 void CALLBACK RunDllW(HWND window, HINSTANCE instance, LPWSTR commandLine, int show);
 
 } // extern "C"

@@ -32,7 +32,8 @@ foreach(line IN LISTS imports)
   message(STATUS "imports ${name}")
 endforeach()
 
-set(exports AddRemovedComponents KSCheckDeleteFlag KSCleanup KSProcess RunDllW)
+set(exports AddRemovedComponents KSCheckDeleteFlag KSCleanup KSInstCleanUp KSInstInstall KSInstRollback
+    KSInstUninstall KSInstallW KSProcess KSUninstallW RunDllW)
 foreach(name IN LISTS exports)
   if(NOT dump MATCHES "\\] ${name}\n")
     message(FATAL_ERROR "does not export ${name}")

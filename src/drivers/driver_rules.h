@@ -12,6 +12,11 @@ inline constexpr int kStateAdvertised = 1;
 inline constexpr int kStateAbsent = 2;
 inline constexpr int kStateLocal = 3;
 
+// NVDriverPackages flags the driver installer interprets; the others are carried along.
+inline constexpr unsigned kFlagNoService = 0x1;           // no service of its own
+inline constexpr unsigned kFlagDoNotStart = 0x20;         // install the service, do not start it
+inline constexpr unsigned kFlagDeleteWithoutStop = 0x100; // on removal, delete the service running
+
 struct ComponentStates {
     int installed = kStateAbsent;
     int action = kStateAbsent;

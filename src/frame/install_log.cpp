@@ -45,7 +45,26 @@ void InstallLog::Trace(const wchar_t* operation, const FILEPATHS_W& paths) {
             paths.Flags, paths.Win32Error);
 }
 
+namespace {
+
+// Logging leaves the thread's last-error value as it found it: an error report
+// carries the value of the failed call, and the caller may still return it.
+class PreservedLastError {
+public:
+    PreservedLastError() : error_(GetLastError()) {}
+    PreservedLastError(const PreservedLastError&) = delete;
+    PreservedLastError& operator=(const PreservedLastError&) = delete;
+    ~PreservedLastError() { Restore(); }
+    void Restore() const { SetLastError(error_); }
+
+private:
+    DWORD error_;
+};
+
+} // namespace
+
 void LogInfo(InstallLog& log, const wchar_t* format, ...) {
+    PreservedLastError lastError;
     std::va_list args;
     va_start(args, format);
     std::wstring line = FormatLogLine(format, args);
@@ -54,14 +73,12 @@ void LogInfo(InstallLog& log, const wchar_t* format, ...) {
 }
 
 void LogError(InstallLog& log, const wchar_t* format, ...) {
-    // The error report carries the last-error value of the failed call, so
-    // nothing in between may change it.
-    DWORD lastError = GetLastError();
+    PreservedLastError lastError;
     std::va_list args;
     va_start(args, format);
     std::wstring line = FormatLogLine(format, args);
     va_end(args);
-    SetLastError(lastError);
+    lastError.Restore();
     log.Error(line.c_str());
 }
 

@@ -5,9 +5,25 @@
 
 namespace harness {
 
-// An INF whose install section comes from its first manufacturer's first model
-// and whose services section names `service` in its first AddService line
-// (no AddService line when `service` is empty).
+struct DriverInfOptions {
+    // Named by the first AddService line; no AddService line when empty.
+    std::string service;
+    // Manufacturer -> models -> install section "Driver_Install"; without, "DefaultInstall".
+    bool manufacturer = true;
+    // Copies <service>.sys from beside the INF to the drivers folder (%12%).
+    bool copyFiles = false;
+    // Values under HKLM\SOFTWARE\SetupUtilsTest\<service> and, through an
+    // event-log section, HKR values under the service's event-log key.
+    bool addReg = false;
+    // Further lines of the install section, e.g. "DelFiles=...".
+    std::string extraInstallLines;
+};
+
+// The registry key below HKLM that the AddReg values of `service` go to.
+std::wstring DriverInfRegistryKey(const std::wstring& service);
+
+std::string DriverInf(const DriverInfOptions& options);
+// A minimal INF: install section from the first model; `service` in its AddService line.
 std::string DriverInf(const std::string& service);
 
 } // namespace harness

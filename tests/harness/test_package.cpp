@@ -165,6 +165,7 @@ void TestPackage::AddStandardTables() {
     Sql(L"INSERT INTO `Media` (`DiskId`, `LastSequence`) VALUES (1, 100)");
     Sql(L"INSERT INTO `Error` (`Error`, `Message`) VALUES (25002, 'Driver package error.')");
     Sql(L"INSERT INTO `Error` (`Error`, `Message`) VALUES (666, 'Action [2]: [3] ([4]).')");
+    Sql(L"INSERT INTO `Error` (`Error`, `Message`) VALUES (555, 'Driver installation failed: [2] [3]')");
 
     const struct {
         const wchar_t* action;
@@ -208,12 +209,21 @@ void TestPackage::AddFileComponent(const std::wstring& component, const std::wst
         L"VALUES (?, ?, ?, " +
             std::to_wstring(kComponent64Bit) + L", ?)",
         {component, NewGuid(), directory, file});
+    AddFileRow(file, component, fileName);
+    Sql(L"INSERT INTO `FeatureComponents` (`Feature_`, `Component_`) VALUES (?, ?)", {feature, component});
+}
+
+void TestPackage::AddFile(const std::wstring& component, const std::wstring& fileName) {
+    AddFileRow(L"f_" + component + L"_" + std::to_wstring(++extraFiles_), component, fileName);
+}
+
+void TestPackage::AddFileRow(const std::wstring& file, const std::wstring& component,
+                             const std::wstring& fileName) {
     static int sequence = 0;
     Sql(L"INSERT INTO `File` (`File`, `Component_`, `FileName`, `FileSize`, `Attributes`, `Sequence`) "
         L"VALUES (?, ?, ?, 1, " +
             std::to_wstring(kFileNotCompressed) + L", " + std::to_wstring(++sequence) + L")",
         {file, component, fileName});
-    Sql(L"INSERT INTO `FeatureComponents` (`Feature_`, `Component_`) VALUES (?, ?)", {feature, component});
 }
 
 void TestPackage::AddDriverPackage(const std::wstring& component, int flags, const std::wstring& reference) {

@@ -43,6 +43,8 @@ public:
     void AddFileComponent(const std::wstring& component, const std::wstring& directory,
                           const std::wstring& fileName, const std::wstring& feature = L"Main",
                           int featureLevel = 1);
+    // A further file of `component`, beside its key file.
+    void AddFile(const std::wstring& component, const std::wstring& fileName);
     void AddDriverPackage(const std::wstring& component, int flags, const std::wstring& reference = L"");
     // A Binary row holding the file at `filePath`.
     void AddBinary(const std::wstring& name, const std::wstring& filePath);
@@ -58,10 +60,13 @@ public:
     void Close();
 
 private:
+    void AddFileRow(const std::wstring& file, const std::wstring& component, const std::wstring& fileName);
+
     std::wstring path_;
     std::wstring productCode_;
     MsiHandle database_;
     std::vector<std::wstring> features_;
+    int extraFiles_ = 0;
 };
 
 // A session opened in this process on a committed package.

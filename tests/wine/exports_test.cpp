@@ -36,8 +36,17 @@ std::vector<std::string> ExportedNames(HMODULE module) {
 
 TEST(ExportsLibrary, EntryPointsUnderTheirExactNames) {
     SetupUtilsLibrary library;
-    const std::vector<std::string> expected = {"AddRemovedComponents", "KSCheckDeleteFlag", "KSCleanup",
-                                               "KSProcess", "RunDllW"};
+    const std::vector<std::string> expected = {"AddRemovedComponents",
+                                               "KSCheckDeleteFlag",
+                                               "KSCleanup",
+                                               "KSInstCleanUp",
+                                               "KSInstInstall",
+                                               "KSInstRollback",
+                                               "KSInstUninstall",
+                                               "KSInstallW",
+                                               "KSProcess",
+                                               "KSUninstallW",
+                                               "RunDllW"};
     for (const auto& name : expected) {
         EXPECT_NE(library.Find(name.c_str()), nullptr) << name;
         // No stdcall decoration and no second spelling beside the plain name.
@@ -47,6 +56,8 @@ TEST(ExportsLibrary, EntryPointsUnderTheirExactNames) {
     HMODULE module = GetModuleHandleW(SetupUtilsLibrary::Path().c_str());
     ASSERT_NE(module, nullptr);
     EXPECT_EQ(ExportedNames(module), expected);
+    // The rollback of an installation is the removal itself, under a second name.
+    EXPECT_EQ(library.Find("KSInstRollback"), library.Find("KSInstUninstall"));
 }
 
 class ExportsSession : public ::testing::Test {

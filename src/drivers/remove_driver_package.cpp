@@ -1,0 +1,423 @@
+#include "drivers/remove_driver_package.h"
+
+#include <optional>
+
+#include "drivers/driver_rules.h"
+#include "drivers/inf_file.h"
+#include "drivers/inf_location.h"
+#include "drivers/inf_path.h"
+#include "frame/handles.h"
+
+namespace setuputils {
+namespace {
+
+constexpr wchar_t kSetupApi[] = L"setupapi.dll";
+constexpr DWORD kDriverStorePathChars = MAX_PATH;
+constexpr wchar_t kEventLogPath[] = L"System\\CurrentControlSet\\Services\\EventLog\\";
+constexpr wchar_t kDefaultEventLogType[] = L"System";
+constexpr wchar_t kInfExtension[] = L".inf";
+constexpr wchar_t kPnfExtension[] = L".pnf";
+
+using SetupUninstallOemInfFn = BOOL(WINAPI*)(PCWSTR, DWORD, PVOID);
+using SetupGetInfDriverStoreLocationFn = BOOL(WINAPI*)(PCWSTR, PSP_ALTPLATFORM_INFO, PCWSTR, PWSTR, DWORD,
+                                                       PDWORD);
+
+// Looked up by name: older systems' setupapi.dll lacks these functions.
+template <typename Function>
+Function FindSetupApiFunction(const char* name) {
+    HMODULE setupApi = GetModuleHandleW(kSetupApi);
+    if (setupApi == nullptr) {
+        return nullptr;
+    }
+    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(setupApi, name)));
+}
+
+// Resolved once per process; the library takes no locks, and a second
+// resolution on another thread would find the same address.
+SetupUninstallOemInfFn UninstallOemInfFunction() {
+    static SetupUninstallOemInfFn function =
+        FindSetupApiFunction<SetupUninstallOemInfFn>("SetupUninstallOEMInfW");
+    return function;
+}
+
+// Opens the staged INF, or its copy in the driver store. Reports each try.
+InfHandle OpenStagedInf(const std::wstring& stagedPath, InstallLog& log) {
+    UINT errorLine = 0;
+    InfHandle inf(SetupOpenInfFileW(stagedPath.c_str(), nullptr, INF_STYLE_WIN4, &errorLine));
+    if (inf) {
+        return inf;
+    }
+    LogInfo(log, L"SetupOpenInfFile error: %d.", static_cast<int>(errorLine));
+    auto driverStoreLocation =
+        FindSetupApiFunction<SetupGetInfDriverStoreLocationFn>("SetupGetInfDriverStoreLocationW");
+    wchar_t storePath[kDriverStorePathChars] = L"";
+    if (driverStoreLocation == nullptr || !driverStoreLocation(stagedPath.c_str(), nullptr, nullptr,
+                                                               storePath, kDriverStorePathChars, nullptr)) {
+        return inf;
+    }
+    LogInfo(log, L"InfDriverStoreLocation: %ls", storePath);
+    errorLine = 0;
+    inf.reset(SetupOpenInfFileW(storePath, nullptr, INF_STYLE_WIN4, &errorLine));
+    if (!inf) {
+        LogInfo(log, L"SetupOpenInfFile from Driver Store error:%d.", static_cast<int>(errorLine));
+    }
+    return inf;
+}
+
+// Reports a failed step of the removal: with a service name the service still
+// goes (`serviceStep` is logged as information), without one `step` is an error.
+void FailStep(const wchar_t* serviceName, const wchar_t* serviceStep, const wchar_t* step, unsigned flags,
+              InstallLog& log) {
+    if (serviceName != nullptr) {
+        LogInfo(log, L"%ls", serviceStep);
+        StopDeleteService(serviceName, flags, log);
+    } else {
+        LogError(log, L"%ls", step);
+    }
+}
+
+struct ScanContext {
+    FileRemover* remover;
+    InstallLog* log;
+};
+
+UINT CALLBACK ScanQueueCallback(PVOID context, UINT notification, UINT_PTR param1, UINT_PTR /*param2*/) {
+    auto& scan = *static_cast<ScanContext*>(context);
+    const wchar_t* label = scan.remover->label();
+    if (notification != SPFILENOTIFY_QUEUESCAN) {
+        LogError(*scan.log, L"%ls. Unknown notification %d.", label, static_cast<int>(notification));
+        return ERROR_INVALID_PARAMETER;
+    }
+    const auto* target = reinterpret_cast<const wchar_t*>(param1);
+    LogInfo(*scan.log, L"Start %ls for file:'%ls'.", label, target);
+    if (scan.remover->Remove(target) == ERROR_SUCCESS) {
+        LogInfo(*scan.log, L"%ls success.", label);
+    } else if (scan.remover->ignoreErrors()) {
+        LogInfo(*scan.log, L"%ls error ignored.", label);
+    } else {
+        return ERROR_INSTALL_FAILURE;
+    }
+    return NO_ERROR;
+}
+
+struct FileQueueTraits {
+    using Handle = HSPFILEQ;
+    static Handle Invalid() { return INVALID_HANDLE_VALUE; }
+    static void Close(Handle handle) { SetupCloseFileQueue(handle); }
+};
+
+// Queues the copy sections named by the section's CopyFiles lines. Returns 0 or 1603.
+UINT QueueCopySections(HSPFILEQ queue, const std::wstring& sourceRoot, HINF inf, const std::wstring& section,
+                       InstallLog& log) {
+    INFCONTEXT line{};
+    if (!SetupFindFirstLineW(inf, section.c_str(), L"CopyFiles", &line)) {
+        LogInfo(log, L"No files found '%ls.CopyFiles'.", section.c_str());
+        return ERROR_SUCCESS;
+    }
+    do {
+        std::wstring copySection;
+        if (!ReadInfField(line, 1, copySection)) {
+            LogError(log, L"SetupGetStringField('%ls',CopyFiles)", section.c_str());
+            return ERROR_INSTALL_FAILURE;
+        }
+        if (!SetupQueueCopySectionW(queue, sourceRoot.c_str(), inf, nullptr, copySection.c_str(), 0)) {
+            LogError(log, L"SetupQueueCopySection");
+            return ERROR_INSTALL_FAILURE;
+        }
+        LogInfo(log, L"Add section '%ls'.", copySection.c_str());
+    } while (SetupFindNextMatchLineW(&line, L"CopyFiles", &line));
+    LogInfo(log, L"Build file queue success.");
+    return ERROR_SUCCESS;
+}
+
+// A registry root abbreviation of an AddReg line; HKR only when a relative root is given.
+std::optional<HKEY> RegistryRoot(const std::wstring& abbreviation, HKEY relativeRoot) {
+    if (abbreviation == L"HKCR") {
+        return HKEY_CLASSES_ROOT;
+    }
+    if (abbreviation == L"HKCU") {
+        return HKEY_CURRENT_USER;
+    }
+    if (abbreviation == L"HKLM") {
+        return HKEY_LOCAL_MACHINE;
+    }
+    if (abbreviation == L"HKR" && relativeRoot != nullptr) {
+        return relativeRoot;
+    }
+    return std::nullopt;
+}
+
+std::wstring JoinKeyPath(const std::wstring& parent, const std::wstring& child) {
+    if (parent.empty()) {
+        return child;
+    }
+    return child.empty() ? parent : parent + L"\\" + child;
+}
+
+// Removes the values of one registry section. Returns false when a line names an unknown root.
+bool RemoveRegistrySection(HINF inf, const std::wstring& registrySection, HKEY relativeRoot,
+                           const std::wstring& relativePath, RegistryValueRemover& remover, InstallLog& log) {
+    const wchar_t* label = remover.label();
+    LogInfo(log, L"%ls section:'%ls'.", label, registrySection.c_str());
+    INFCONTEXT line{};
+    if (!SetupFindFirstLineW(inf, registrySection.c_str(), nullptr, &line)) {
+        LogInfo(log, L"No registry entry found at section:'%ls'.", registrySection.c_str());
+        return true;
+    }
+    do {
+        std::wstring abbreviation;
+        std::wstring subkey;
+        std::wstring value;
+        ReadInfField(line, 1, abbreviation);
+        ReadInfField(line, 2, subkey);
+        ReadInfField(line, 3, value);
+        std::optional<HKEY> root = RegistryRoot(abbreviation, relativeRoot);
+        if (!root) {
+            SetLastError(ERROR_INVALID_PARAMETER);
+            LogError(log, L"Invalid abbriviation");
+            return false;
+        }
+        const std::wstring path = *root == relativeRoot ? JoinKeyPath(relativePath, subkey) : subkey;
+        LogInfo(log, L"%ls. '%ls\\%ls\\%ls'.", label, abbreviation.c_str(), subkey.c_str(), value.c_str());
+        if (remover.Remove(*root, path, value) == ERROR_SUCCESS) {
+            LogInfo(log, L"%ls success.", label);
+        } else if (remover.ignoreErrors()) {
+            LogInfo(log, L"%ls error ignored.", label);
+        } else {
+            LogInfo(log, L"%ls failed.", label);
+        }
+    } while (SetupFindNextLine(&line, &line));
+    LogInfo(log, L"%ls for section '%ls' success.", label, registrySection.c_str());
+    return true;
+}
+
+// Removes the values of every registry section the section's AddReg lines name.
+void RemoveAddRegValues(HINF inf, const std::wstring& section, HKEY relativeRoot,
+                        const std::wstring& relativePath, RegistryValueRemover& remover, InstallLog& log) {
+    INFCONTEXT line{};
+    if (!SetupFindFirstLineW(inf, section.c_str(), L"AddReg", &line)) {
+        LogInfo(log, L"No files found '%ls.AddReg'", section.c_str());
+        return;
+    }
+    do {
+        std::wstring registrySection;
+        if (!ReadInfField(line, 1, registrySection) ||
+            !RemoveRegistrySection(inf, registrySection, relativeRoot, relativePath, remover, log)) {
+            LogInfo(log, L"Error ignored.");
+        }
+    } while (SetupFindNextMatchLineW(&line, L"AddReg", &line));
+}
+
+} // namespace
+
+void StopDeleteService(const std::wstring& name, unsigned flags, InstallLog& log) {
+    LogInfo(log, L"StopDeleteService: %ls.", name.c_str());
+    ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+    if (!manager) {
+        LogError(log, L"OpenSCManager");
+        return;
+    }
+    if ((flags & kFlagDeleteWithoutStop) != 0) {
+        LogInfo(log, L"Don't stop driver");
+    } else if (DWORD error = StopService(manager.get(), name, log); error != ERROR_SUCCESS) {
+        SetLastError(error);
+        LogError(log, L"StopDriver");
+    }
+    if (DWORD error = DeleteDriverService(manager.get(), name, log); error != ERROR_SUCCESS) {
+        SetLastError(error);
+        LogError(log, L"RemoveDriver");
+    }
+}
+
+DWORD StopService(SC_HANDLE manager, const std::wstring& name, InstallLog& log) {
+    ServiceHandle service(OpenServiceW(manager, name.c_str(), SERVICE_ALL_ACCESS));
+    if (!service) {
+        DWORD error = GetLastError();
+        if (error == ERROR_SERVICE_DOES_NOT_EXIST) {
+            LogInfo(log, L"No service %ls to stop.", name.c_str());
+            return ERROR_SUCCESS;
+        }
+        LogError(log, L"OpenService");
+        return error;
+    }
+    SERVICE_STATUS status{};
+    if (ControlService(service.get(), SERVICE_CONTROL_STOP, &status)) {
+        LogInfo(log, L"Service %ls stopped.", name.c_str());
+        return ERROR_SUCCESS;
+    }
+    DWORD error = GetLastError();
+    switch (error) {
+    case ERROR_SUCCESS:
+    case ERROR_DEPENDENT_SERVICES_RUNNING:
+    case ERROR_INVALID_SERVICE_CONTROL:
+    case ERROR_SERVICE_CANNOT_ACCEPT_CTRL:
+    case ERROR_SERVICE_NOT_ACTIVE:
+        if (status.dwCurrentState != SERVICE_STOPPED) {
+            LogInfo(log, L"Service %ls can't stop.", name.c_str());
+            return ErrorOrInstallFailure(error);
+        }
+        LogInfo(log, L"Service %ls already stoped.", name.c_str());
+        return ERROR_SUCCESS;
+    default:
+        LogError(log, L"ControlService(SERVICE_CONTROL_STOP)");
+        return error;
+    }
+}
+
+DWORD DeleteDriverService(SC_HANDLE manager, const std::wstring& name, InstallLog& log) {
+    ServiceHandle service(OpenServiceW(manager, name.c_str(), SERVICE_ALL_ACCESS));
+    if (!service) {
+        DWORD error = GetLastError();
+        if (error == ERROR_SERVICE_DOES_NOT_EXIST) {
+            LogInfo(log, L"No service %ls to remove.", name.c_str());
+            return ERROR_SUCCESS;
+        }
+        LogError(log, L"OpenService");
+        return error;
+    }
+    if (!DeleteService(service.get())) {
+        DWORD error = GetLastError();
+        LogError(log, L"DeleteService");
+        return error;
+    }
+    LogInfo(log, L"Service %ls deleted.", name.c_str());
+    return ERROR_SUCCESS;
+}
+
+UINT RemoveQueuedFiles(const std::wstring& infPath, HINF inf, const std::wstring& section,
+                       FileRemover& remover, InstallLog& log) {
+    UniqueHandle<FileQueueTraits> queue(SetupOpenFileQueue());
+    if (!queue) {
+        LogError(log, L"SetupOpenFileQueue");
+        return ERROR_INSTALL_FAILURE;
+    }
+    LogInfo(log, L"Build file queue.");
+    const std::wstring sourceRoot = infPath.substr(0, infPath.find_last_of(L'\\') + 1);
+    if (QueueCopySections(queue.get(), sourceRoot, inf, section, log) != ERROR_SUCCESS) {
+        return ERROR_INSTALL_FAILURE;
+    }
+    ScanContext context{&remover, &log};
+    DWORD result = 0;
+    if (!SetupScanFileQueueW(queue.get(), SPQ_SCAN_USE_CALLBACK, nullptr, ScanQueueCallback, &context,
+                             &result)) {
+        LogError(log, L"SetupScanFileQueue");
+        return ERROR_INSTALL_FAILURE;
+    }
+    return ERROR_SUCCESS;
+}
+
+void RemoveInfRegistry(HINF inf, const std::wstring& installSection, const std::wstring& servicesSection,
+                       RegistryValueRemover& remover, const std::wstring& serviceName, InstallLog& log) {
+    RemoveAddRegValues(inf, installSection, nullptr, std::wstring(), remover, log);
+
+    INFCONTEXT addService{};
+    if (!SetupFindFirstLineW(inf, servicesSection.c_str(), kAddServiceKey, &addService)) {
+        LogError(log, L"SetupFindFirstLine('%ls',AddService)", servicesSection.c_str());
+        return;
+    }
+    std::wstring eventLogSection;
+    if (!ReadInfField(addService, 4, eventLogSection) || eventLogSection.empty()) {
+        return;
+    }
+    LogInfo(log, L"Found event log section: '%ls'", eventLogSection.c_str());
+    std::wstring eventLogType;
+    if (!ReadInfField(addService, 5, eventLogType) || eventLogType.empty()) {
+        eventLogType = kDefaultEventLogType;
+    }
+    LogInfo(log, L"Found event log type: '%ls'", eventLogType.c_str());
+    const std::wstring eventLogKey = kEventLogPath + eventLogType + L"\\" + serviceName;
+    RemoveAddRegValues(inf, eventLogSection, HKEY_LOCAL_MACHINE, eventLogKey, remover, log);
+}
+
+void RemoveOemInf(const std::wstring& stagedPath, InstallLog& log) {
+    const std::wstring fileName = stagedPath.substr(stagedPath.find_last_of(L'\\') + 1);
+    LogInfo(log, L"Inf filename: '%ls'.", fileName.c_str());
+    if (SetupUninstallOemInfFn uninstall = UninstallOemInfFunction(); uninstall != nullptr) {
+        if (uninstall(fileName.c_str(), 0, nullptr)) {
+            LogInfo(log, L"SetupUninstallOEMInf done.");
+        } else {
+            LogInfo(log, L"SetupUninstallOEMInf fail. 0x%X.", static_cast<unsigned>(GetLastError()));
+        }
+    }
+    // Whatever the system did, the staged INF and its precompiled form go.
+    const std::wstring extension = kInfExtension;
+    if (stagedPath.size() < extension.size() ||
+        stagedPath.compare(stagedPath.size() - extension.size(), extension.size(), extension) != 0) {
+        SetLastError(ERROR_INVALID_NAME);
+        LogError(log, L"Invalid OEMxxxx.inf file name");
+        return;
+    }
+    if (DeleteOrDelayFile(stagedPath, log) == ERROR_SUCCESS) {
+        LogInfo(log, L"Inf file '%ls' deleted.", stagedPath.c_str());
+    } else {
+        LogError(log, L"Couldn't delete inf file:'%ls'.", stagedPath.c_str());
+    }
+    const std::wstring pnfPath = stagedPath.substr(0, stagedPath.size() - extension.size()) + kPnfExtension;
+    if (DeleteOrDelayFile(pnfPath, log) == ERROR_SUCCESS) {
+        LogInfo(log, L"Pnf file '%ls' deleted.", pnfPath.c_str());
+    } else {
+        LogError(log, L"Couldn't delete pnf file:'%ls'.", pnfPath.c_str());
+    }
+}
+
+void RemoveDriverPackage(const std::wstring& componentId, const wchar_t* serviceName, unsigned /*reserved*/,
+                         unsigned flags, InstallLog& log) {
+    LogInfo(log, L"KSInstUninstall start.");
+    std::wstring stagedPath;
+    if (LSTATUS status = ReadInfLocation(componentId, stagedPath); status != ERROR_SUCCESS) {
+        SetLastError(static_cast<DWORD>(status));
+        LogError(log, L"Can't get inf file location");
+        FailStep(serviceName, L"GetInfFileLocation error", L"GetInfFileLocation", flags, log);
+        return;
+    }
+    LogInfo(log, L"Inf file location: %ls", stagedPath.c_str());
+
+    InfPath staged;
+    if (!ResolveInfPath(stagedPath, log, staged)) {
+        DeleteInfLocation(componentId, log);
+        FailStep(serviceName, L"SplitPath error", L"SplitPath", flags, log);
+        return;
+    }
+
+    InfHandle inf = OpenStagedInf(staged.full, log);
+    if (!inf) {
+        FailStep(serviceName, L"SetupGetInfDriverStoreLocation fail.", L"SetupGetInfDriverStoreLocation",
+                 flags, log);
+        DeleteInfLocation(componentId, log);
+        return;
+    }
+
+    const std::wstring installSection = InstallSectionOrDefault(inf.get(), log);
+    const std::wstring servicesSection = installSection + kServicesSectionSuffix;
+    std::wstring infService;
+    const bool infNamesService = FindServiceName(inf.get(), servicesSection, infService) == InfLookup::Found;
+
+    // A staged INF that names another service may belong to another package: only
+    // the given service and the location value go.
+    if (serviceName != nullptr && (!infNamesService || infService != serviceName)) {
+        LogInfo(log, L"Opened unknown INF");
+        StopDeleteService(serviceName, flags, log);
+        DeleteInfLocation(componentId, log);
+        return;
+    }
+    if (infNamesService) {
+        StopDeleteService(infService, flags, log);
+        FileRemover files(log);
+        RemoveQueuedFiles(staged.full, inf.get(), installSection, files, log);
+        RegistryValueRemover values(log);
+        RemoveInfRegistry(inf.get(), installSection, servicesSection, values, infService, log);
+    }
+    inf.reset();
+    if (infNamesService) {
+        RemoveOemInf(staged.full, log);
+    }
+
+    DeleteInfLocation(componentId, log);
+    if (infNamesService) {
+        LogInfo(log, L"Uninstall driver %ls success.", infService.c_str());
+    } else {
+        LogInfo(log, L"Uninstall driver unknown success.");
+    }
+}
+
+} // namespace setuputils
