@@ -1,0 +1,139 @@
+#!/usr/bin/env bash
+# Installs the sample package with msiexec in a fresh Wine prefix, shows and
+# checks what the driver actions did, removes it, checks that the machine is
+# as before, then makes an installation fail after the driver was installed
+# and checks that the rollback leaves the machine as before too.
+#
+#   round-trip.sh <folder with setuputils.dll, sample_package.exe, test_driver.sys> <work folder>
+#
+# With SETUPUTILS_WINE_TEMPLATE set, the prefix is a copy of that template.
+set -euo pipefail
+bin=$(cd "$1" && pwd)
+mkdir -p "$2"
+work=$(cd "$2" && pwd)
+here=$(cd "$(dirname "$0")" && pwd)
+
+export WINEPREFIX=$work/prefix WINEDEBUG=-all
+export WINEDLLOVERRIDES="mscoree=;mshtml=;winemenubuilder.exe=d;winedbg.exe=d"
+unset DISPLAY
+wineserver -k >/dev/null 2>&1 || true
+rm -rf "$WINEPREFIX"
+if [ -n "${SETUPUTILS_WINE_TEMPLATE:-}" ]; then
+    cp -a "$SETUPUTILS_WINE_TEMPLATE" "$WINEPREFIX"
+else
+    "$here/../tests/wine/make-template.sh" "$WINEPREFIX" >/dev/null
+fi
+trap 'wineserver -k >/dev/null 2>&1 || true' EXIT
+# One server for the whole run: the driver keeps running between the steps.
+wineserver -p 600
+
+public=$WINEPREFIX/drive_c/users/Public/sample
+mkdir -p "$public"
+code=$(wine "$bin/sample_package.exe" 'C:\users\Public\sample' "$(winepath -w "$bin/setuputils.dll")" \
+       "$(winepath -w "$bin/test_driver.sys")" | tr -d '\r' | sed -n 's/^ProductCode=//p')
+echo "Sample package: $public/sample.msi, product $code"
+
+failures=0
+check() { # check <description> <command...>
+    if "${@:2}"; then echo "  ok    $1"; else echo "  FAIL  $1"; failures=$((failures + 1)); fi
+}
+logged() { grep -a -q -- "$1" "$2"; }
+first_line() { grep -a -n -m1 -- "$1" "$2" | cut -d: -f1; }
+started_before() { # started_before <action> <later action> <log>
+    local a b
+    a=$(first_line "Action start .*: $1\\." "$3")
+    b=$(first_line "Action start .*: $2\\." "$3")
+    [ -n "$a" ] && [ -n "$b" ] && [ "$a" -lt "$b" ]
+}
+reg_has() { wine reg query "$@" >/dev/null 2>&1; }
+lacks() { ! "$@"; }
+
+service_key='HKLM\System\CurrentControlSet\Services\nvsample'
+location_key='HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall\{A83F2C6E-91D4-4B5A-8E07-3D6B14C9F251}'
+addreg_key='HKLM\Software\SetupUtilsTest\nvsample'
+staged=$WINEPREFIX/drive_c/windows/inf/nvsample.inf
+driver=$WINEPREFIX/drive_c/windows/system32/drivers/nvsample.sys
+service_state() { wine sc query nvsample 2>/dev/null | tr -d '\r' | sed -n 's/^ *STATE *: *[0-9]* *//p'; }
+running() { [ "$(service_state)" = RUNNING ]; }
+
+# The registry and files of the prefix, less what the installer and the
+# service manager keep for themselves (installer registration and cache,
+# the service start counter) and the sample's own folder.
+bookkeeping='\\Installer(\\|\])|\\ServiceCurrent\]'
+snapshot() {
+    for hive in HKLM HKCU; do
+        wine reg export "$hive" "C:\\users\\Public\\sample\\$hive.reg" /y >/dev/null 2>&1
+        iconv -f UTF-16LE -t UTF-8 "$public/$hive.reg"
+    done | tr -d '\r' | SKIP=$bookkeeping awk '
+        /^\[/ { key = $0; keep = (key !~ ENVIRON["SKIP"]); if (keep) print key; next }
+        keep && NF { print key " " $0 }'
+    (cd "$WINEPREFIX/drive_c" && find . -path ./users/Public/sample -prune -o -path ./windows/Installer -prune \
+        -o -print | sort)
+}
+same_as_before() { # same_as_before <name>
+    snapshot > "$work/$1.snapshot"
+    if diff -u "$work/before.snapshot" "$work/$1.snapshot" > "$work/$1.diff"; then
+        return 0
+    fi
+    echo "        differences after $1 (first lines of $work/$1.diff):"
+    sed -n '3,22p' "$work/$1.diff" | sed 's/^/        /'
+    return 1
+}
+msiexec() { # msiexec <option> <log name> [properties]: wine cuts the exit status to 8 bits
+    set +e
+    wine msiexec "$1" sample.msi /qn /l*v "C:\\users\\Public\\sample\\$2" "${@:3}"
+    status=$?
+    set -e
+    echo "msiexec $*: exit status $status"
+}
+
+cd "$public"
+snapshot > "$work/before.snapshot"
+
+echo
+echo "== Installation"
+msiexec /i install.log
+echo "   Driver log of the installation:"
+grep -a -o 'KSInstall64:[a-z]*[^]]*' install.log | sed 's/^/     /'
+echo "   Service: $(service_state); staged INF: $(ls "$staged" 2>/dev/null || echo none)"
+echo "   INF location record:"
+wine reg query "$location_key" 2>/dev/null | tr -d '\r' | sed -n 's/^ *{/     {/p'
+check "installation succeeded" test "$status" -eq 0
+check "rollback scheduled before the installation" started_before KSRollback64 KSInstall64 install.log
+check "INF staged in the system INF store" test -f "$staged"
+check "staged location recorded" logged "SaveInfFileLocation success" install.log
+check "location record names the staged INF" \
+    bash -c "wine reg query '$location_key' 2>/dev/null | grep -q 'C:.windows.inf.nvsample.inf'"
+check "install section copied the driver" test -f "$driver"
+check "install section wrote its registry values" reg_has "$addreg_key\\Settings" /v Mode
+check "driver service installed and running" running
+check "installation reported success" logged "KSInstall64:info: Install driver nvsample success." install.log
+
+echo
+echo "== Removal"
+msiexec /x remove.log
+grep -a -o 'KSInstall64:[a-z]*[^]]*' remove.log | sed 's/^/     /'
+check "removal succeeded" test "$status" -eq 0
+check "service stopped and deleted" lacks reg_has "$service_key"
+check "driver file removed" test ! -f "$driver"
+check "registry values and emptied keys removed" lacks reg_has "$addreg_key"
+check "staged INF and PNF removed" test ! -f "$staged" -a ! -f "${staged%.inf}.pnf"
+check "location record removed" lacks reg_has "$location_key"
+check "machine as before the installation" same_as_before removal
+
+echo
+echo "== Installation failing after the driver was installed"
+msiexec /i rollback.log FORCEFAIL=1
+check "installation failed (1603, cut to 67)" test "$status" -eq 67
+check "driver installed before the failure" logged "KSInstall64:info: Install driver nvsample success." rollback.log
+check "rollback removed the driver" logged "KSInstall64:info: Uninstall driver nvsample success." rollback.log
+check "service gone" lacks reg_has "$service_key"
+check "machine as before the installation" same_as_before rollback
+
+echo
+echo "Logs and snapshots: $public, $work"
+if [ "$failures" -ne 0 ]; then
+    echo "$failures check(s) failed"
+    exit 1
+fi
+echo "Sample installed, checked, removed and rolled back: the machine is as it was."
