@@ -32,8 +32,10 @@ foreach(line IN LISTS imports)
   message(STATUS "imports ${name}")
 endforeach()
 
-set(exports AddRemovedComponents KSCheckDeleteFlag KSCleanup KSInstCleanUp KSInstInstall KSInstRollback
-    KSInstUninstall KSInstallW KSProcess KSUninstallW RunDllW)
+set(exports AddRemovedComponents AllAppPackageSecurity KSCheckDeleteFlag KSCleanup KSInstCleanUp KSInstInstall
+    KSInstRollback KSInstUninstall KSInstallW KSInstallWW KSProcess KSUninstallW
+    KSUninstallWW NvnLink NvnRelocate NvnRevert NvnUnlink RunDllW
+    SetRegistryLow)
 foreach(name IN LISTS exports)
   if(NOT dump MATCHES "\\] ${name}\n")
     message(FATAL_ERROR "does not export ${name}")

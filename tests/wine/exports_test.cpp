@@ -37,6 +37,7 @@ std::vector<std::string> ExportedNames(HMODULE module) {
 TEST(ExportsLibrary, EntryPointsUnderTheirExactNames) {
     SetupUtilsLibrary library;
     const std::vector<std::string> expected = {"AddRemovedComponents",
+                                               "AllAppPackageSecurity",
                                                "KSCheckDeleteFlag",
                                                "KSCleanup",
                                                "KSInstCleanUp",
@@ -44,9 +45,16 @@ TEST(ExportsLibrary, EntryPointsUnderTheirExactNames) {
                                                "KSInstRollback",
                                                "KSInstUninstall",
                                                "KSInstallW",
+                                               "KSInstallWW",
                                                "KSProcess",
                                                "KSUninstallW",
-                                               "RunDllW"};
+                                               "KSUninstallWW",
+                                               "NvnLink",
+                                               "NvnRelocate",
+                                               "NvnRevert",
+                                               "NvnUnlink",
+                                               "RunDllW",
+                                               "SetRegistryLow"};
     for (const auto& name : expected) {
         EXPECT_NE(library.Find(name.c_str()), nullptr) << name;
         // No stdcall decoration and no second spelling beside the plain name.
@@ -56,8 +64,11 @@ TEST(ExportsLibrary, EntryPointsUnderTheirExactNames) {
     HMODULE module = GetModuleHandleW(SetupUtilsLibrary::Path().c_str());
     ASSERT_NE(module, nullptr);
     EXPECT_EQ(ExportedNames(module), expected);
-    // The rollback of an installation is the removal itself, under a second name.
+    // The rollback of an installation is the removal itself, under a second name;
+    // rundll32 reaches the wide command-line entries also when named with their W.
     EXPECT_EQ(library.Find("KSInstRollback"), library.Find("KSInstUninstall"));
+    EXPECT_EQ(library.Find("KSInstallWW"), library.Find("KSInstallW"));
+    EXPECT_EQ(library.Find("KSUninstallWW"), library.Find("KSUninstallW"));
 }
 
 class ExportsSession : public ::testing::Test {

@@ -562,10 +562,10 @@ TEST_F(KSInstallWTest, FailedInstallationIsUndone) {
     EXPECT_FALSE(InfLocation(L"{5A1F0C3E-0021}").has_value());
 }
 
-// README and the entry's own comment give "rundll32 setuputils.dll,KSInstallW".
-// rundll32 looks for KSInstallWW, then KSInstallWA, then KSInstallW, which it
-// calls as an ANSI entry: the "wide" command line holds ANSI text.
-TEST_F(KSInstallWTest, DISABLED_InstallsThroughTheDocumentedEntryName) {
+// "rundll32 setuputils.dll,KSInstallW" makes rundll32 look for KSInstallWW
+// first (then KSInstallWA, then KSInstallW as an ANSI entry); the library
+// exports KSInstallWW so that this spelling reaches the wide entry as well.
+TEST_F(KSInstallWTest, InstallsThroughTheEntryNameWithItsW) {
     const std::wstring inf = WriteDriverInf(L"kscmdw.inf", Package("kscmdw"));
 
     EXPECT_EQ(RunDll32(L"KSInstallW", inf + L" {5A1F0C3E-0022} " + logPath_), 0u);
