@@ -2,7 +2,7 @@
 # Installs what building and testing need on Debian 12, when it is missing.
 set -euo pipefail
 
-packages=(cmake ninja-build g++ googletest clang-format
+packages=(cmake ninja-build g++ googletest clang-format clang libclang-rt-14-dev
           g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64)
 
 missing=()

@@ -1,0 +1,60 @@
+// NvnLink (deferred; CustomActionData: a subkey below "Software\Norvane\"):
+// makes the native key a link to its counterpart under the 32-bit node, so
+// that 64-bit and 32-bit code share one set of settings.
+// NvnUnlink (deferred): its removal counterpart leaves the link in place.
+#include <windows.h>
+#include <msiquery.h>
+
+#include "exports.h"
+#include "frame/action_guard.h"
+#include "frame/handles.h"
+#include "frame/session.h"
+#include "registry/registry_links.h"
+
+namespace setuputils {
+namespace {
+
+constexpr wchar_t kProviderSoftwareKey[] = L"Software\\Norvane\\";
+constexpr wchar_t kLinkTargetPrefix[] = L"\\Registry\\Machine\\Software\\WOW6432Node\\Norvane\\";
+
+void LinkToThirtyTwoBitNode(MSIHANDLE session) {
+    std::wstring subkey;
+    if (GetPropertyString(session, L"CustomActionData", subkey) != ERROR_SUCCESS) {
+        return;
+    }
+    RegKey provider;
+    if (RegCreateKeyExW(HKEY_LOCAL_MACHINE, kProviderSoftwareKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr,
+                        provider.put(), nullptr) != ERROR_SUCCESS) {
+        return;
+    }
+    // A plain key without subkeys makes room for the link; one with subkeys survives.
+    RegDeleteKeyW(provider.get(), subkey.c_str());
+    RegKey link;
+    if (OpenOrCreateLinkKey(kProviderSoftwareKey + subkey, link) != ERROR_SUCCESS) {
+        return;
+    }
+    if (WriteLinkTarget(link.get(), kLinkTargetPrefix + subkey) == ERROR_SUCCESS) {
+        ReportInfo(session, L"SymbolicLink created");
+    }
+}
+
+} // namespace
+} // namespace setuputils
+
+extern "C" UINT WINAPI NvnLink(MSIHANDLE session) {
+    setuputils::GuardAction(session, L"NvnLink", [&] {
+        setuputils::LinkToThirtyTwoBitNode(session);
+        return ERROR_SUCCESS;
+    });
+    return ERROR_SUCCESS;
+}
+
+extern "C" UINT WINAPI NvnUnlink(MSIHANDLE session) {
+    setuputils::GuardAction(session, L"NvnUnlink", [&] {
+        // The link stays on removal: the 32-bit node it leads to outlives the product.
+        std::wstring subkey;
+        setuputils::GetPropertyString(session, L"CustomActionData", subkey);
+        return ERROR_SUCCESS;
+    });
+    return ERROR_SUCCESS;
+}
