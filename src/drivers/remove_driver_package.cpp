@@ -1,6 +1,7 @@
 #include "drivers/remove_driver_package.h"
 
 #include <optional>
+#include <vector>
 
 #include "drivers/driver_rules.h"
 #include "drivers/inf_file.h"
@@ -17,6 +18,7 @@ constexpr wchar_t kEventLogPath[] = L"System\\CurrentControlSet\\Services\\Event
 constexpr wchar_t kDefaultEventLogType[] = L"System";
 constexpr wchar_t kInfExtension[] = L".inf";
 constexpr wchar_t kPnfExtension[] = L".pnf";
+constexpr wchar_t kRelativeRoot[] = L"HKR";
 
 using SetupUninstallOemInfFn = BOOL(WINAPI*)(PCWSTR, DWORD, PVOID);
 using SetupGetInfDriverStoreLocationFn = BOOL(WINAPI*)(PCWSTR, PSP_ALTPLATFORM_INFO, PCWSTR, PWSTR, DWORD,
@@ -106,6 +108,23 @@ struct FileQueueTraits {
     static void Close(Handle handle) { SetupCloseFileQueue(handle); }
 };
 
+// The sections a directive line names: every field, as the installation
+// processes them. Copies of single files ("@file") name no section.
+bool ReadNamedSections(INFCONTEXT& line, std::vector<std::wstring>& sections) {
+    sections.clear();
+    const DWORD count = SetupGetFieldCount(&line);
+    for (DWORD field = 1; field <= count; ++field) {
+        std::wstring name;
+        if (!ReadInfField(line, field, name)) {
+            return false;
+        }
+        if (!name.empty() && name.front() != L'@') {
+            sections.push_back(std::move(name));
+        }
+    }
+    return true;
+}
+
 // Queues the copy sections named by the section's CopyFiles lines. Returns 0 or 1603.
 UINT QueueCopySections(HSPFILEQ queue, const std::wstring& sourceRoot, HINF inf, const std::wstring& section,
                        InstallLog& log) {
@@ -114,17 +133,19 @@ UINT QueueCopySections(HSPFILEQ queue, const std::wstring& sourceRoot, HINF inf,
         LogInfo(log, L"No files found '%ls.CopyFiles'.", section.c_str());
         return ERROR_SUCCESS;
     }
+    std::vector<std::wstring> copySections;
     do {
-        std::wstring copySection;
-        if (!ReadInfField(line, 1, copySection)) {
+        if (!ReadNamedSections(line, copySections)) {
             LogError(log, L"SetupGetStringField('%ls',CopyFiles)", section.c_str());
             return ERROR_INSTALL_FAILURE;
         }
-        if (!SetupQueueCopySectionW(queue, sourceRoot.c_str(), inf, nullptr, copySection.c_str(), 0)) {
-            LogError(log, L"SetupQueueCopySection");
-            return ERROR_INSTALL_FAILURE;
+        for (const std::wstring& copySection : copySections) {
+            if (!SetupQueueCopySectionW(queue, sourceRoot.c_str(), inf, nullptr, copySection.c_str(), 0)) {
+                LogError(log, L"SetupQueueCopySection");
+                return ERROR_INSTALL_FAILURE;
+            }
+            LogInfo(log, L"Add section '%ls'.", copySection.c_str());
         }
-        LogInfo(log, L"Add section '%ls'.", copySection.c_str());
     } while (SetupFindNextMatchLineW(&line, L"CopyFiles", &line));
     LogInfo(log, L"Build file queue success.");
     return ERROR_SUCCESS;
@@ -141,7 +162,7 @@ std::optional<HKEY> RegistryRoot(const std::wstring& abbreviation, HKEY relative
     if (abbreviation == L"HKLM") {
         return HKEY_LOCAL_MACHINE;
     }
-    if (abbreviation == L"HKR" && relativeRoot != nullptr) {
+    if (abbreviation == kRelativeRoot && relativeRoot != nullptr) {
         return relativeRoot;
     }
     return std::nullopt;
@@ -177,7 +198,7 @@ bool RemoveRegistrySection(HINF inf, const std::wstring& registrySection, HKEY r
             LogError(log, L"Invalid abbriviation");
             return false;
         }
-        const std::wstring path = *root == relativeRoot ? JoinKeyPath(relativePath, subkey) : subkey;
+        const std::wstring path = abbreviation == kRelativeRoot ? JoinKeyPath(relativePath, subkey) : subkey;
         LogInfo(log, L"%ls. '%ls\\%ls\\%ls'.", label, abbreviation.c_str(), subkey.c_str(), value.c_str());
         if (remover.Remove(*root, path, value) == ERROR_SUCCESS) {
             LogInfo(log, L"%ls success.", label);
@@ -199,11 +220,16 @@ void RemoveAddRegValues(HINF inf, const std::wstring& section, HKEY relativeRoot
         LogInfo(log, L"No files found '%ls.AddReg'", section.c_str());
         return;
     }
+    std::vector<std::wstring> registrySections;
     do {
-        std::wstring registrySection;
-        if (!ReadInfField(line, 1, registrySection) ||
-            !RemoveRegistrySection(inf, registrySection, relativeRoot, relativePath, remover, log)) {
+        if (!ReadNamedSections(line, registrySections)) {
             LogInfo(log, L"Error ignored.");
+            continue;
+        }
+        for (const std::wstring& registrySection : registrySections) {
+            if (!RemoveRegistrySection(inf, registrySection, relativeRoot, relativePath, remover, log)) {
+                LogInfo(log, L"Error ignored.");
+            }
         }
     } while (SetupFindNextMatchLineW(&line, L"AddReg", &line));
 }

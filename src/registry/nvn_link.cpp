@@ -17,6 +17,13 @@ namespace {
 constexpr wchar_t kProviderSoftwareKey[] = L"Software\\Norvane\\";
 constexpr wchar_t kLinkTargetPrefix[] = L"\\Registry\\Machine\\Software\\WOW6432Node\\Norvane\\";
 
+bool IsExistingLink(const std::wstring& path) {
+    RegKey key;
+    return RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), REG_OPTION_OPEN_LINK, KEY_QUERY_VALUE,
+                         key.put()) == ERROR_SUCCESS &&
+           IsLinkKey(key.get());
+}
+
 void LinkToThirtyTwoBitNode(MSIHANDLE session) {
     std::wstring subkey;
     if (GetPropertyString(session, L"CustomActionData", subkey) != ERROR_SUCCESS) {
@@ -27,8 +34,12 @@ void LinkToThirtyTwoBitNode(MSIHANDLE session) {
                         provider.put(), nullptr) != ERROR_SUCCESS) {
         return;
     }
-    // A plain key without subkeys makes room for the link; one with subkeys survives.
-    RegDeleteKeyW(provider.get(), subkey.c_str());
+    // A plain key without subkeys makes room for the link; one with subkeys
+    // survives. A link made before stays: deleting it by name would delete the
+    // shared settings it leads to.
+    if (!IsExistingLink(kProviderSoftwareKey + subkey)) {
+        RegDeleteKeyW(provider.get(), subkey.c_str());
+    }
     RegKey link;
     if (OpenOrCreateLinkKey(kProviderSoftwareKey + subkey, link) != ERROR_SUCCESS) {
         return;

@@ -3,6 +3,8 @@
 #include <aclapi.h>
 #include <sddl.h>
 
+#include <algorithm>
+
 #include "profiles/access_rights.h"
 
 namespace setuputils {
@@ -180,13 +182,33 @@ RegistryStatus ReadValue(HKEY key, const std::wstring& name, RegistryValue& valu
     return kRegistryOk;
 }
 
+// The name of value or subkey `index`, however long. A name that still does
+// not fit (the key changed meanwhile) is a failure, never an empty success.
+LSTATUS EnumerateName(HKEY key, DWORD index, bool subkey, std::wstring& name) {
+    DWORD longestSubkey = 0;
+    DWORD longestValue = 0;
+    LSTATUS status = RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, &longestSubkey, nullptr,
+                                      nullptr, &longestValue, nullptr, nullptr, nullptr);
+    if (status != ERROR_SUCCESS) {
+        return status;
+    }
+    DWORD capacity = std::max<DWORD>(subkey ? longestSubkey : longestValue, kRegistryNameChars) + 1;
+    name.assign(capacity, L'\0');
+    DWORD length = capacity;
+    status = subkey ? RegEnumKeyExW(key, index, name.data(), &length, nullptr, nullptr, nullptr, nullptr)
+                    : RegEnumValueW(key, index, name.data(), &length, nullptr, nullptr, nullptr, nullptr);
+    if (status == ERROR_MORE_DATA) {
+        return ERROR_INVALID_DATA;
+    }
+    name.resize(status == ERROR_SUCCESS ? length : 0);
+    return status;
+}
+
 // The value named exactly `name`, found by walking the key's values.
 RegistryStatus FindValueByName(HKEY key, const std::wstring& name, RegistryValue& value) {
     for (DWORD index = 0;; ++index) {
-        wchar_t found[kRegistryNameChars + 1] = L"";
-        DWORD length = kRegistryNameChars + 1;
-        LSTATUS status = RegEnumValueW(key, index, found, &length, nullptr, nullptr, nullptr, nullptr);
-        if (status != ERROR_SUCCESS) {
+        std::wstring found;
+        if (LSTATUS status = EnumerateName(key, index, false, found); status != ERROR_SUCCESS) {
             return MapRegistryStatus(status);
         }
         if (name == found) {
@@ -340,16 +362,10 @@ RegistryStatus MappedKeyEnumeration::Next(RegistryValue& entry) {
         return kRegistryBadArgument;
     }
     RegistryValue found;
-    std::wstring name(kRegistryNameChars, L'\0');
-    DWORD length = kRegistryNameChars;
-    LSTATUS status =
-        subkeys_
-            ? RegEnumKeyExW(key_.key.get(), index_, name.data(), &length, nullptr, nullptr, nullptr, nullptr)
-            : RegEnumValueW(key_.key.get(), index_, name.data(), &length, nullptr, nullptr, nullptr, nullptr);
-    if (status != ERROR_SUCCESS) {
+    std::wstring name;
+    if (LSTATUS status = EnumerateName(key_.key.get(), index_, subkeys_, name); status != ERROR_SUCCESS) {
         return MapRegistryStatus(status);
     }
-    name.resize(length);
     if (subkeys_) {
         found.name = std::move(name);
     } else if (RegistryStatus read = ReadValue(key_.key.get(), name, found); read != kRegistryOk) {

@@ -486,7 +486,7 @@ info: Empty key 'rdptop\x' removed.
 
 // An HKLM line of the event-log section names a key below HKLM, as it does in
 // the install section; only HKR lines are relative to the event-log key.
-TEST_F(RemoveDriverPackageTest, DISABLED_EventLogLineUnderHklmIsRemovedFromHklm) {
+TEST_F(RemoveDriverPackageTest, EventLogLineUnderHklmIsRemovedFromHklm) {
     const std::wstring id = NewId();
     const std::string line = "HKLM,\"SOFTWARE\\SetupUtilsTest\",Source,,\"x\"\r\n";
     const std::string section = "[EventLog_AddReg]\r\n";
@@ -505,7 +505,7 @@ info: RemoveRegistryAction success.
 
 // "AddReg=" and "CopyFiles=" lines may name several sections; the install
 // carries out each of them, so the removal must undo each of them.
-TEST_F(RemoveDriverPackageTest, DISABLED_EverySectionOfAnAddRegOrCopyFilesLineIsUndone) {
+TEST_F(RemoveDriverPackageTest, EverySectionOfAnAddRegOrCopyFilesLineIsUndone) {
     const std::wstring id = NewId();
     services_.push_back(L"rdpmore");
     CopyFileW(TestDriverPath().c_str(), (folder_ + L"rdpmore.sys").c_str(), FALSE);
