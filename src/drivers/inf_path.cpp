@@ -2,16 +2,10 @@
 
 #include <windows.h>
 
-#include "frame/unique_handle.h"
+#include "frame/handles.h"
 
 namespace setuputils {
 namespace {
-
-struct FindHandleTraits {
-    using Handle = HANDLE;
-    static Handle Invalid() { return INVALID_HANDLE_VALUE; }
-    static void Close(Handle handle) { FindClose(handle); }
-};
 
 constexpr DWORD kHiddenOrReadOnly = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN;
 constexpr UINT kWindowsDirectoryChars = MAX_PATH + 1;
@@ -42,7 +36,7 @@ void ClearStagedInfAttributes(InstallLog& log) {
     }
     const std::wstring infFolder = std::wstring(windows) + L"\\inf\\";
     WIN32_FIND_DATAW found{};
-    UniqueHandle<FindHandleTraits> search(FindFirstFileW((infFolder + L"oem*.?nf").c_str(), &found));
+    FindHandle search(FindFirstFileW((infFolder + L"oem*.?nf").c_str(), &found));
     if (!search) {
         return;
     }

@@ -62,18 +62,18 @@ bool ComponentDriverAskedForDeletion(MSIHANDLE session, SC_HANDLE manager, MSIHA
     return IsServiceRunning(manager, service) && HasDeleteFlag(service);
 }
 
-UINT CheckDeleteFlag(MSIHANDLE session) {
+void CheckDeleteFlag(MSIHANDLE session) {
     if (!HasDriverPackagesTable(session)) {
-        return ERROR_SUCCESS;
+        return;
     }
     ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
     if (!manager) {
-        return ERROR_SUCCESS;
+        return;
     }
     View view;
     if (OpenView(session, kDriverComponentsQuery, view) != ERROR_SUCCESS ||
         MsiViewExecute(view.get(), 0) != ERROR_SUCCESS) {
-        return ERROR_SUCCESS;
+        return;
     }
     MsiHandle record;
     while (MsiViewFetch(view.get(), record.put()) == ERROR_SUCCESS) {
@@ -82,14 +82,12 @@ UINT CheckDeleteFlag(MSIHANDLE session) {
             break;
         }
     }
-    return ERROR_SUCCESS;
 }
 
 } // namespace
 } // namespace setuputils
 
 extern "C" UINT WINAPI KSCheckDeleteFlag(MSIHANDLE session) {
-    setuputils::GuardAction(session, L"KSCheckDeleteFlag",
-                            [&] { return setuputils::CheckDeleteFlag(session); });
-    return ERROR_SUCCESS;
+    return setuputils::RunActionThatNeverFails(session, L"KSCheckDeleteFlag",
+                                               [&] { setuputils::CheckDeleteFlag(session); });
 }

@@ -10,12 +10,11 @@
 #include "frame/product_codes.h"
 
 extern "C" UINT WINAPI KSInstCleanUp(MSIHANDLE session) {
-    setuputils::GuardAction(session, L"KSInstCleanUp", [&] {
+    return setuputils::RunActionThatNeverFails(session, L"KSInstCleanUp", [&] {
         setuputils::SessionLog log(session);
         setuputils::RegistryValueRemover remover(log);
         const std::wstring marker =
             std::wstring(setuputils::kUninstallKeyPath) + setuputils::kDriverInstallerProductCode;
-        return remover.Remove(HKEY_LOCAL_MACHINE, marker, setuputils::kRebootValueName);
+        remover.Remove(HKEY_LOCAL_MACHINE, marker, setuputils::kRebootValueName);
     });
-    return ERROR_SUCCESS;
 }

@@ -102,12 +102,6 @@ UINT CALLBACK ScanQueueCallback(PVOID context, UINT notification, UINT_PTR param
     return NO_ERROR;
 }
 
-struct FileQueueTraits {
-    using Handle = HSPFILEQ;
-    static Handle Invalid() { return INVALID_HANDLE_VALUE; }
-    static void Close(Handle handle) { SetupCloseFileQueue(handle); }
-};
-
 // The sections a directive line names: every field, as the installation
 // processes them. Copies of single files ("@file") name no section.
 bool ReadNamedSections(INFCONTEXT& line, std::vector<std::wstring>& sections) {
@@ -312,7 +306,7 @@ DWORD DeleteDriverService(SC_HANDLE manager, const std::wstring& name, InstallLo
 
 UINT RemoveQueuedFiles(const std::wstring& infPath, HINF inf, const std::wstring& section,
                        FileRemover& remover, InstallLog& log) {
-    UniqueHandle<FileQueueTraits> queue(SetupOpenFileQueue());
+    FileQueue queue(SetupOpenFileQueue());
     if (!queue) {
         LogError(log, L"SetupOpenFileQueue");
         return ERROR_INSTALL_FAILURE;

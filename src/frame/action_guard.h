@@ -20,4 +20,15 @@ UINT GuardAction(MSIHANDLE session, const wchar_t* action, Body&& body) noexcept
     }
 }
 
+// For actions that succeed whatever happens: runs `body` (returning nothing)
+// and returns 0, after reporting an exception it threw.
+template <typename Body>
+UINT RunActionThatNeverFails(MSIHANDLE session, const wchar_t* action, Body&& body) noexcept {
+    GuardAction(session, action, [&] {
+        body();
+        return static_cast<UINT>(ERROR_SUCCESS);
+    });
+    return ERROR_SUCCESS;
+}
+
 } // namespace setuputils

@@ -40,10 +40,39 @@ struct LocalMemoryTraits {
     static void Close(Handle handle) { LocalFree(handle); }
 };
 
+struct KernelHandleTraits {
+    using Handle = HANDLE;
+    static Handle Invalid() { return nullptr; }
+    static void Close(Handle handle) { CloseHandle(handle); }
+};
+
+struct FindHandleTraits {
+    using Handle = HANDLE;
+    static Handle Invalid() { return INVALID_HANDLE_VALUE; }
+    static void Close(Handle handle) { FindClose(handle); }
+};
+
+struct FileQueueTraits {
+    using Handle = HSPFILEQ;
+    static Handle Invalid() { return INVALID_HANDLE_VALUE; }
+    static void Close(Handle handle) { SetupCloseFileQueue(handle); }
+};
+
+// SIDs made with AllocateAndInitializeSid.
+struct AllocatedSidTraits {
+    using Handle = PSID;
+    static Handle Invalid() { return nullptr; }
+    static void Close(Handle handle) { FreeSid(handle); }
+};
+
 using MsiHandle = UniqueHandle<MsiHandleTraits>;
 using RegKey = UniqueHandle<RegKeyTraits>;
 using ServiceHandle = UniqueHandle<ServiceHandleTraits>;
 using InfHandle = UniqueHandle<InfHandleTraits>;
 using LocalMemory = UniqueHandle<LocalMemoryTraits>;
+using TokenHandle = UniqueHandle<KernelHandleTraits>;
+using FindHandle = UniqueHandle<FindHandleTraits>;
+using FileQueue = UniqueHandle<FileQueueTraits>;
+using AllocatedSid = UniqueHandle<AllocatedSidTraits>;
 
 } // namespace setuputils

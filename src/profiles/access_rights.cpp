@@ -10,13 +10,6 @@
 namespace setuputils {
 namespace {
 
-struct SidTraits {
-    using Handle = PSID;
-    static Handle Invalid() { return nullptr; }
-    static void Close(Handle handle) { FreeSid(handle); }
-};
-using AllocatedSid = UniqueHandle<SidTraits>;
-
 constexpr wchar_t kRegistryReadCapability[] = L"registryRead";
 
 struct UnicodeText {

@@ -32,9 +32,5 @@ void LabelSettingsTreeLow() {
 } // namespace setuputils
 
 extern "C" UINT WINAPI SetRegistryLow(MSIHANDLE session) {
-    setuputils::GuardAction(session, L"SetRegistryLow", [] {
-        setuputils::LabelSettingsTreeLow();
-        return ERROR_SUCCESS;
-    });
-    return ERROR_SUCCESS;
+    return setuputils::RunActionThatNeverFails(session, L"SetRegistryLow", setuputils::LabelSettingsTreeLow);
 }

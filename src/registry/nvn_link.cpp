@@ -53,19 +53,14 @@ void LinkToThirtyTwoBitNode(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI NvnLink(MSIHANDLE session) {
-    setuputils::GuardAction(session, L"NvnLink", [&] {
-        setuputils::LinkToThirtyTwoBitNode(session);
-        return ERROR_SUCCESS;
-    });
-    return ERROR_SUCCESS;
+    return setuputils::RunActionThatNeverFails(session, L"NvnLink",
+                                               [&] { setuputils::LinkToThirtyTwoBitNode(session); });
 }
 
 extern "C" UINT WINAPI NvnUnlink(MSIHANDLE session) {
-    setuputils::GuardAction(session, L"NvnUnlink", [&] {
-        // The link stays on removal: the 32-bit node it leads to outlives the product.
+    // The link stays on removal: the 32-bit node it leads to outlives the product.
+    return setuputils::RunActionThatNeverFails(session, L"NvnUnlink", [&] {
         std::wstring subkey;
         setuputils::GetPropertyString(session, L"CustomActionData", subkey);
-        return ERROR_SUCCESS;
     });
-    return ERROR_SUCCESS;
 }

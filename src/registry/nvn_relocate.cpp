@@ -104,17 +104,9 @@ void RevertLists() {
 } // namespace setuputils
 
 extern "C" UINT WINAPI NvnRelocate(MSIHANDLE session) {
-    setuputils::GuardAction(session, L"NvnRelocate", [] {
-        setuputils::RelocateLists();
-        return ERROR_SUCCESS;
-    });
-    return ERROR_SUCCESS;
+    return setuputils::RunActionThatNeverFails(session, L"NvnRelocate", setuputils::RelocateLists);
 }
 
 extern "C" UINT WINAPI NvnRevert(MSIHANDLE session) {
-    setuputils::GuardAction(session, L"NvnRevert", [] {
-        setuputils::RevertLists();
-        return ERROR_SUCCESS;
-    });
-    return ERROR_SUCCESS;
+    return setuputils::RunActionThatNeverFails(session, L"NvnRevert", setuputils::RevertLists);
 }

@@ -16,13 +16,6 @@ constexpr DWORD kSubkeyNameChars = 256;
 constexpr wchar_t kValueInprocServer[] = L"InprocServer32";
 constexpr wchar_t kLinkValueName[] = L"SymbolicLinkValue";
 
-struct TokenHandleTraits {
-    using Handle = HANDLE;
-    static Handle Invalid() { return nullptr; }
-    static void Close(Handle handle) { CloseHandle(handle); }
-};
-using TokenHandle = UniqueHandle<TokenHandleTraits>;
-
 HKEY RootKey(RegistryRootKey root) {
     return root == RegistryRootKey::ClassesRoot ? HKEY_CLASSES_ROOT : HKEY_LOCAL_MACHINE;
 }
