@@ -228,6 +228,24 @@ void RemoveAddRegValues(HINF inf, const std::wstring& section, HKEY relativeRoot
     } while (SetupFindNextMatchLineW(&line, L"AddReg", &line));
 }
 
+// Opens the service `name` for stopping or deleting. A service that does not
+// exist is reported with `missingFormat` and is no error; without a handle the
+// result is 0 or the error of the open.
+DWORD OpenServiceToRemove(SC_HANDLE manager, const std::wstring& name, const wchar_t* missingFormat,
+                          InstallLog& log, ServiceHandle& service) {
+    service.reset(OpenServiceW(manager, name.c_str(), SERVICE_ALL_ACCESS));
+    if (service) {
+        return ERROR_SUCCESS;
+    }
+    DWORD error = GetLastError();
+    if (error == ERROR_SERVICE_DOES_NOT_EXIST) {
+        LogInfo(log, missingFormat, name.c_str());
+        return ERROR_SUCCESS;
+    }
+    LogError(log, L"OpenService");
+    return error;
+}
+
 } // namespace
 
 void StopDeleteService(const std::wstring& name, unsigned flags, InstallLog& log) {
@@ -250,14 +268,9 @@ void StopDeleteService(const std::wstring& name, unsigned flags, InstallLog& log
 }
 
 DWORD StopService(SC_HANDLE manager, const std::wstring& name, InstallLog& log) {
-    ServiceHandle service(OpenServiceW(manager, name.c_str(), SERVICE_ALL_ACCESS));
-    if (!service) {
-        DWORD error = GetLastError();
-        if (error == ERROR_SERVICE_DOES_NOT_EXIST) {
-            LogInfo(log, L"No service %ls to stop.", name.c_str());
-            return ERROR_SUCCESS;
-        }
-        LogError(log, L"OpenService");
+    ServiceHandle service;
+    if (DWORD error = OpenServiceToRemove(manager, name, L"No service %ls to stop.", log, service);
+        !service) {
         return error;
     }
     SERVICE_STATUS status{};
@@ -285,14 +298,9 @@ DWORD StopService(SC_HANDLE manager, const std::wstring& name, InstallLog& log) 
 }
 
 DWORD DeleteDriverService(SC_HANDLE manager, const std::wstring& name, InstallLog& log) {
-    ServiceHandle service(OpenServiceW(manager, name.c_str(), SERVICE_ALL_ACCESS));
-    if (!service) {
-        DWORD error = GetLastError();
-        if (error == ERROR_SERVICE_DOES_NOT_EXIST) {
-            LogInfo(log, L"No service %ls to remove.", name.c_str());
-            return ERROR_SUCCESS;
-        }
-        LogError(log, L"OpenService");
+    ServiceHandle service;
+    if (DWORD error = OpenServiceToRemove(manager, name, L"No service %ls to remove.", log, service);
+        !service) {
         return error;
     }
     if (!DeleteService(service.get())) {

@@ -4,10 +4,7 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstdint>
 #include <iterator>
-#include <memory>
-#include <vector>
 
 namespace setuputils {
 namespace {
@@ -133,66 +130,6 @@ TEST(DriverActionData, RoundTrips) {
     auto data = ParseDriverActionDataText(BuildDriverActionData(L"d\\", L"f", L"c", UINT_MAX), false);
     ASSERT_TRUE(data);
     EXPECT_EQ(data->flags, static_cast<long>(std::min<unsigned long>(UINT_MAX, LONG_MAX)));
-}
-
-// Random short texts: the sanitizers watch every read, and whenever fields 4 and
-// 5 are not empty the result must match a plain split on the separator.
-TEST(ParseDriverActionData, RandomTexts) {
-    constexpr wchar_t kAlphabet[] = {S, L'|', L'a', L'1', L'-', L' '};
-    std::uint64_t state = 0x9e3779b97f4a7c15u;
-    auto next = [&state] {
-        state ^= state << 13, state ^= state >> 7, state ^= state << 17;
-        return state;
-    };
-    for (int round = 0; round < 300000; ++round) {
-        std::size_t length = next() % 17;
-        std::unique_ptr<wchar_t[]> buffer(new wchar_t[length]); // exact size, so overreads are caught
-        for (std::size_t i = 0; i < length; ++i) {
-            buffer[i] = kAlphabet[next() % std::size(kAlphabet)];
-        }
-        std::wstring_view text(buffer.get(), length);
-        std::vector<std::wstring_view> fields;
-        for (std::size_t start = 0;;) {
-            std::size_t end = std::min(text.find(S, start), text.size());
-            fields.push_back(text.substr(start, end - start));
-            if (end == text.size()) {
-                break;
-            }
-            start = end + 1;
-        }
-
-        auto with = ParseDriverActionDataText(text, true);
-        auto without = ParseDriverActionDataText(text, false);
-        ASSERT_EQ(with.has_value(), without.has_value());
-        if (!with) {
-            ASSERT_FALSE(fields.size() >= 5 && !fields[3].empty() && !fields[4].empty());
-            continue;
-        }
-        ASSERT_GE(fields.size(), 5u);
-        ASSERT_EQ(with->componentId.find(S), std::wstring::npos);
-        ASSERT_EQ(with->infPath.find(S), std::wstring::npos);
-        ASSERT_FALSE(without->serviceName);
-        ASSERT_EQ(with->infPath, without->infPath);
-        ASSERT_EQ(with->componentId, without->componentId);
-        ASSERT_EQ(with->flags, without->flags);
-        ASSERT_EQ(with->progressTicks, without->progressTicks);
-        if (fields[3].empty() || fields[4].empty()) {
-            continue;
-        }
-        std::wstring_view name = fields[1];
-        if (auto bar = name.find(L'|'); bar != name.npos) {
-            name.remove_prefix(bar + 1);
-        }
-        ASSERT_EQ(with->infPath, std::wstring(fields[0]) + std::wstring(name));
-        ASSERT_EQ(with->componentId, fields[2]);
-        ASSERT_EQ(with->flags, ParseLeadingLong(fields[3]));
-        ASSERT_EQ(with->progressTicks, ParseLeadingLong(fields[4]));
-        if (fields.size() > 5) {
-            ASSERT_EQ(with->serviceName, text.substr(fields[5].data() - text.data()));
-        } else {
-            ASSERT_FALSE(with->serviceName);
-        }
-    }
 }
 
 } // namespace

@@ -21,7 +21,8 @@ RegistryStatus KnownUser(std::wstring& name) {
 
 MappedKeyPath Resolve(const std::wstring& input, RegistryStatus expected = kRegistryOk) {
     MappedKeyPath resolved;
-    EXPECT_EQ(ResolveMappedPath(input, KnownUser, resolved), expected) << std::string(input.begin(), input.end());
+    EXPECT_EQ(ResolveMappedPath(input, KnownUser, resolved), expected)
+        << std::string(input.begin(), input.end());
     return resolved;
 }
 
@@ -39,9 +40,11 @@ TEST(RegistryPathMap, EachAbbreviationReachesItsKey) {
         {L"\\GLOBAL\\Readers", hklm, L"SOFTWARE\\WOW6432Node\\Norvane\\Settings\\Readers", 0},
         {L"\\POLICIES\\X", hklm, L"SOFTWARE\\Policies\\X", 0},
         {L"\\SYSCONTROL\\Lsa", hklm, L"SYSTEM\\CurrentControlSet\\Control\\Lsa", 0},
-        {L"\\APPPATH32\\a.dll", hklm, L"SOFTWARE\\WOW6432Node\\Norvane\\Cryptography\\CurrentVersion\\AppPath\\a.dll", 0},
+        {L"\\APPPATH32\\a.dll", hklm,
+         L"SOFTWARE\\WOW6432Node\\Norvane\\Cryptography\\CurrentVersion\\AppPath\\a.dll", 0},
         {L"\\CONFIG64\\Random", hklm, L"SOFTWARE\\Norvane\\Cryptography\\CurrentVersion\\Random", 0},
-        {L"\\CONFIG\\Random", hklm, L"SOFTWARE\\WOW6432Node\\Norvane\\Cryptography\\CurrentVersion\\Random", 0},
+        {L"\\CONFIG\\Random", hklm, L"SOFTWARE\\WOW6432Node\\Norvane\\Cryptography\\CurrentVersion\\Random",
+         0},
         {L"\\APPPATH\\a.dll", hklm, L"SOFTWARE\\Norvane\\Cryptography\\CurrentVersion\\AppPath\\a.dll", 0},
         {L"\\CRYPTOGRAPHY64\\Defaults", hklm, L"SOFTWARE\\Microsoft\\Cryptography\\Defaults", kReg64BitView},
         {L"\\CRYPTOGRAPHY\\Defaults", hklm, L"SOFTWARE\\WOW6432Node\\Microsoft\\Cryptography\\Defaults", 0},
@@ -59,9 +62,11 @@ TEST(RegistryPathMap, MatchesPrefixesCaseInsensitivelyInOrder) {
     EXPECT_EQ(Resolve(L"\\config\\Random").path, Resolve(L"\\CONFIG\\Random").path);
     EXPECT_EQ(Resolve(L"\\Cryptography64").extraFlags, kReg64BitView);
     // Only the abbreviation's own length is compared: the rest is appended as it stands.
-    EXPECT_EQ(Resolve(L"\\CONFIGURE").path, L"SOFTWARE\\WOW6432Node\\Norvane\\Cryptography\\CurrentVersionURE");
+    EXPECT_EQ(Resolve(L"\\CONFIGURE").path,
+              L"SOFTWARE\\WOW6432Node\\Norvane\\Cryptography\\CurrentVersionURE");
     EXPECT_EQ(Resolve(L"\\CONFIG64").path, L"SOFTWARE\\Norvane\\Cryptography\\CurrentVersion");
-    EXPECT_EQ(Resolve(L"\\APPPATH32").path, L"SOFTWARE\\WOW6432Node\\Norvane\\Cryptography\\CurrentVersion\\AppPath");
+    EXPECT_EQ(Resolve(L"\\APPPATH32").path,
+              L"SOFTWARE\\WOW6432Node\\Norvane\\Cryptography\\CurrentVersion\\AppPath");
     EXPECT_EQ(Resolve(L"\\APPPATH3").path, L"SOFTWARE\\Norvane\\Cryptography\\CurrentVersion\\AppPath3");
     EXPECT_EQ(Resolve(L"\\CRYPTOGRAPHY6").extraFlags, 0u);
 }
