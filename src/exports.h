@@ -9,17 +9,32 @@ extern "C" {
 // Custom actions: one installation handle in, a Windows Installer status out.
 UINT WINAPI AddRemovedComponents(MSIHANDLE session);
 UINT WINAPI AllAppPackageSecurity(MSIHANDLE session);
+UINT WINAPI CheckModeOff(MSIHANDLE session);
+UINT WINAPI CheckModeOn(MSIHANDLE session);
+UINT WINAPI EnableInteractiveServices(MSIHANDLE session);
+UINT WINAPI HiberbootDisable(MSIHANDLE session);
 UINT WINAPI KSCheckDeleteFlag(MSIHANDLE session);
 UINT WINAPI KSCleanup(MSIHANDLE session);
 UINT WINAPI KSInstCleanUp(MSIHANDLE session);
 UINT WINAPI KSInstInstall(MSIHANDLE session);
 UINT WINAPI KSInstUninstall(MSIHANDLE session); // also exported as KSInstRollback
 UINT WINAPI KSProcess(MSIHANDLE session);
+UINT WINAPI MsiCreateService(MSIHANDLE session);
+UINT WINAPI MsiCreateServiceRollback(MSIHANDLE session);
 UINT WINAPI NvnLink(MSIHANDLE session);
 UINT WINAPI NvnRelocate(MSIHANDLE session);
 UINT WINAPI NvnRevert(MSIHANDLE session);
 UINT WINAPI NvnUnlink(MSIHANDLE session);
+UINT WINAPI SetNoInteractiveServices(MSIHANDLE session);
 UINT WINAPI SetRegistryLow(MSIHANDLE session);
+UINT WINAPI SetSCardSvrAutoStart(MSIHANDLE session);
+UINT WINAPI SslRegInstall(MSIHANDLE session);
+UINT WINAPI SslRegister(MSIHANDLE session);
+UINT WINAPI SslRegRollback(MSIHANDLE session); // also exported as SslRegUninstall
+UINT WINAPI TlsRegUninstall(MSIHANDLE session);
+UINT WINAPI UnHookSystem(MSIHANDLE session);
+UINT WINAPI UnprotectService(MSIHANDLE session);
+UINT WINAPI UpdateSystemIntegrity(MSIHANDLE session);
 
 // Command-line entry points for rundll32.
 void CALLBACK KSInstallW(HWND window, HINSTANCE instance, LPWSTR commandLine, int show);

@@ -32,10 +32,13 @@ foreach(line IN LISTS imports)
   message(STATUS "imports ${name}")
 endforeach()
 
-set(exports AddRemovedComponents AllAppPackageSecurity KSCheckDeleteFlag KSCleanup KSInstCleanUp KSInstInstall
-    KSInstRollback KSInstUninstall KSInstallW KSInstallWW KSProcess KSUninstallW
-    KSUninstallWW NvnLink NvnRelocate NvnRevert NvnUnlink RunDllW
-    SetRegistryLow)
+set(exports AddRemovedComponents AllAppPackageSecurity CheckModeOff CheckModeOn
+    EnableInteractiveServices HiberbootDisable KSCheckDeleteFlag KSCleanup KSInstallW KSInstallWW
+    KSInstCleanUp KSInstInstall KSInstRollback KSInstUninstall KSProcess KSUninstallW KSUninstallWW
+    MsiCreateService MsiCreateServiceRollback NvnLink NvnRelocate NvnRevert NvnUnlink RunDllW
+    SetNoInteractiveServices SetRegistryLow SetSCardSvrAutoStart SslRegInstall SslRegister
+    SslRegRollback SslRegUninstall TlsRegUninstall UnHookSystem UnprotectService
+    UpdateSystemIntegrity)
 foreach(name IN LISTS exports)
   if(NOT dump MATCHES "\\] ${name}\n")
     message(FATAL_ERROR "does not export ${name}")

@@ -38,6 +38,10 @@ TEST(ExportsLibrary, EntryPointsUnderTheirExactNames) {
     SetupUtilsLibrary library;
     const std::vector<std::string> expected = {"AddRemovedComponents",
                                                "AllAppPackageSecurity",
+                                               "CheckModeOff",
+                                               "CheckModeOn",
+                                               "EnableInteractiveServices",
+                                               "HiberbootDisable",
                                                "KSCheckDeleteFlag",
                                                "KSCleanup",
                                                "KSInstCleanUp",
@@ -49,12 +53,24 @@ TEST(ExportsLibrary, EntryPointsUnderTheirExactNames) {
                                                "KSProcess",
                                                "KSUninstallW",
                                                "KSUninstallWW",
+                                               "MsiCreateService",
+                                               "MsiCreateServiceRollback",
                                                "NvnLink",
                                                "NvnRelocate",
                                                "NvnRevert",
                                                "NvnUnlink",
                                                "RunDllW",
-                                               "SetRegistryLow"};
+                                               "SetNoInteractiveServices",
+                                               "SetRegistryLow",
+                                               "SetSCardSvrAutoStart",
+                                               "SslRegInstall",
+                                               "SslRegRollback",
+                                               "SslRegUninstall",
+                                               "SslRegister",
+                                               "TlsRegUninstall",
+                                               "UnHookSystem",
+                                               "UnprotectService",
+                                               "UpdateSystemIntegrity"};
     for (const auto& name : expected) {
         EXPECT_NE(library.Find(name.c_str()), nullptr) << name;
     }

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "frame/handles.h"
+#include "action_session.h"
 #include "frame/windows_version.h"
 #include "library.h"
 #include "machine.h"
@@ -312,11 +313,6 @@ const std::wstring kThirtyTwoBitSub = L"Software\\WOW6432Node\\Norvane\\Sub";
 // delete its target.
 class ActionTest : public ::testing::Test {
 protected:
-    ActionTest() {
-        package_.AddStandardTables();
-        package_.Commit();
-        session_ = std::make_unique<TestSession>(package_);
-    }
     ~ActionTest() override {
         for (const std::wstring& path :
              {kSessionManager + kLists[0], kSessionManager + kLists[1], kSessionManager + kLists[2],
@@ -326,12 +322,10 @@ protected:
             DeleteRegistryTree(HKEY_LOCAL_MACHINE, path);
         }
     }
-    UINT Run(std::string_view action) { return library_.Action(action.data())(session_->get()); }
+    UINT Run(std::string_view action) { return session_.Run(action.data()); }
 
-    SetupUtilsLibrary library_;
-    TestPackage package_;
-    std::unique_ptr<TestSession> session_;
-    MessageRecorder messages_;
+    ActionSession session_;
+    MessageRecorder& messages_ = session_.messages();
     const std::wstring folder_ = MakeTempFolder(L"acl");
 };
 using NvnRelocateTest = ActionTest;
@@ -382,7 +376,7 @@ TEST_F(NvnRelocateTest, RevertWithoutParametersOnlyDeletesTheLinks) {
 // Run again (a repair, a reinstall), NvnLink keeps the link it made: deleting
 // it by name would delete the shared settings. NvnUnlink leaves it too.
 TEST_F(NvnLinkTest, NativeKeyLeadsToTheThirtyTwoBitNodeAndStaysSo) {
-    session_->SetProperty(L"CustomActionData", L"Sub");
+    session_.session().SetProperty(L"CustomActionData", L"Sub");
     Write(kNativeSub, L"Stale", L"native");
     Write(kThirtyTwoBitSub, L"Shared", L"32");
     for (const auto& [action, said] : {std::pair{"NvnLink", 1}, {"NvnLink", 1}, {"NvnUnlink", 0}}) {
@@ -446,10 +440,11 @@ TEST_F(AccessRightsOnWindows10, AppPackagesActionFailsOnlyWithoutASession) {
     // An empty property names no file.
     for (const std::wstring& path :
          {std::wstring(), folder_ + L"provider.dll", folder_, folder_ + L"absent.dll"}) {
-        session_->SetProperty(L"CustomActionData", path);
+        session_.session().SetProperty(L"CustomActionData", path);
         EXPECT_EQ(Run("AllAppPackageSecurity"), 0u) << path;
     }
-    EXPECT_EQ(library_.Action("AllAppPackageSecurity")(0), static_cast<UINT>(ERROR_INSTALL_FAILURE));
+    EXPECT_EQ(session_.library().Action("AllAppPackageSecurity")(0),
+              static_cast<UINT>(ERROR_INSTALL_FAILURE));
 }
 
 } // namespace

@@ -1,0 +1,20 @@
+#include "action_session.h"
+
+namespace harness {
+
+ActionSession::ActionSession() {
+    package_.AddStandardTables();
+    package_.Commit();
+    session_ = std::make_unique<TestSession>(package_);
+}
+
+UINT ActionSession::Run(const char* name) {
+    return library_.Action(name)(session_->get());
+}
+
+UINT ActionSession::Run(const char* name, const std::wstring& customActionData) {
+    session_->SetProperty(L"CustomActionData", customActionData);
+    return Run(name);
+}
+
+} // namespace harness
