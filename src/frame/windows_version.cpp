@@ -21,6 +21,11 @@ NtVersion GetNtVersion() {
     return version;
 }
 
+bool IsWindows7OrLater() {
+    const NtVersion version = GetNtVersion();
+    return version.major > 6 || (version.major == 6 && version.minor >= 1);
+}
+
 bool IsWindows10OrLater() {
     return GetNtVersion().major >= 10;
 }

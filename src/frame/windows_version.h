@@ -14,6 +14,8 @@ struct NtVersion {
 // Read with RtlGetNtVersionNumbers, which no compatibility shim alters.
 NtVersion GetNtVersion();
 
+// NT 6.1 or later.
+bool IsWindows7OrLater();
 bool IsWindows10OrLater();
 
 } // namespace setuputils

@@ -1,5 +1,6 @@
 #include "machine.h"
 
+#include <cstring>
 #include <stdexcept>
 #include <vector>
 
@@ -74,6 +75,44 @@ void WriteRegistryDword(HKEY root, const std::wstring& path, const std::wstring&
     RegKey key = CreateKey(root, path);
     RegSetValueExW(key.get(), name.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value),
                    sizeof(value));
+}
+
+std::optional<RegistryData> ReadRegistryValue(HKEY root, const std::wstring& path, const std::wstring& name) {
+    RegKey key;
+    RegistryData data;
+    DWORD size = 0;
+    if (RegOpenKeyExW(root, path.c_str(), 0, KEY_QUERY_VALUE, key.put()) != ERROR_SUCCESS ||
+        RegQueryValueExW(key.get(), name.c_str(), nullptr, &data.type, nullptr, &size) != ERROR_SUCCESS) {
+        return std::nullopt;
+    }
+    data.bytes.resize(size);
+    if (RegQueryValueExW(key.get(), name.c_str(), nullptr, &data.type, data.bytes.data(), &size) !=
+        ERROR_SUCCESS) {
+        return std::nullopt;
+    }
+    data.bytes.resize(size);
+    return data;
+}
+
+std::optional<DWORD> ReadRegistryDword(HKEY root, const std::wstring& path, const std::wstring& name) {
+    const std::optional<RegistryData> data = ReadRegistryValue(root, path, name);
+    DWORD value = 0;
+    if (!data || data->type != REG_DWORD || data->bytes.size() != sizeof(value)) {
+        return std::nullopt;
+    }
+    memcpy(&value, data->bytes.data(), sizeof(value));
+    return value;
+}
+
+void RestoreRegistryValue(HKEY root, const std::wstring& path, const std::wstring& name,
+                          const std::optional<RegistryData>& data) {
+    RegKey key = CreateKey(root, path);
+    if (!data) {
+        RegDeleteValueW(key.get(), name.c_str());
+        return;
+    }
+    RegSetValueExW(key.get(), name.c_str(), 0, data->type, data->bytes.data(),
+                   static_cast<DWORD>(data->bytes.size()));
 }
 
 void DeleteRegistryTree(HKEY root, const std::wstring& path) {

@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <windows.h>
 
@@ -14,6 +15,18 @@ void WriteRegistryString(HKEY root, const std::wstring& path, const std::wstring
                          const std::wstring& value);
 void WriteRegistryDword(HKEY root, const std::wstring& path, const std::wstring& name, DWORD value);
 void DeleteRegistryTree(HKEY root, const std::wstring& path);
+
+// A value as stored: its type and its bytes.
+struct RegistryData {
+    DWORD type = REG_NONE;
+    std::vector<BYTE> bytes;
+    bool operator==(const RegistryData&) const = default;
+};
+std::optional<RegistryData> ReadRegistryValue(HKEY root, const std::wstring& path, const std::wstring& name);
+std::optional<DWORD> ReadRegistryDword(HKEY root, const std::wstring& path, const std::wstring& name);
+// Writes `data`, or deletes the value when there is none.
+void RestoreRegistryValue(HKEY root, const std::wstring& path, const std::wstring& name,
+                          const std::optional<RegistryData>& data);
 
 // The test kernel driver, built beside the test programs.
 std::wstring TestDriverPath();

@@ -9,7 +9,7 @@ prefix=$(mktemp -d "$root/prefix.XXXXXX")
 # A copy, never hard links: the server rewrites the registry files in place.
 cp -a "$SETUPUTILS_WINE_TEMPLATE/." "$prefix/"
 
-export WINEPREFIX=$prefix WINEDEBUG=-all
+export WINEPREFIX=$prefix WINEDEBUG=${SETUPUTILS_WINEDEBUG:--all}
 export WINEDLLOVERRIDES="mscoree=;mshtml=;winemenubuilder.exe=d;winedbg.exe=d"
 unset DISPLAY
 cleanup() {
