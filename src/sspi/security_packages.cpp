@@ -12,6 +12,8 @@ constexpr wchar_t kLsaKey[] = L"SYSTEM\\CurrentControlSet\\Control\\Lsa";
 constexpr wchar_t kLsaConfigKey[] = L"SYSTEM\\CurrentControlSet\\Control\\Lsa\\OSConfig";
 constexpr wchar_t kPowerKey[] = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Power";
 constexpr wchar_t kSecurityPackagesValue[] = L"Security Packages";
+constexpr wchar_t kFastStartupValue[] = L"HiberbootEnabled";
+constexpr wchar_t kSavedFastStartupValue[] = L"PreHiberbootEnabled";
 constexpr wchar_t kSystemTlsPackage[] = L"Schannel";
 constexpr const wchar_t* kProviderTlsPackages[] = {kTlsPackageBefore61, kTlsPackage};
 
@@ -70,20 +72,31 @@ bool ReadString(HKEY key, const wchar_t* name, std::wstring& text) {
     return true;
 }
 
+RegKey OpenPowerKey() {
+    return OpenMachineKey(kPowerKey, KEY_ALL_ACCESS);
+}
+
+// A REG_DWORD value, read into four bytes.
+bool ReadDword(HKEY key, const wchar_t* name, DWORD& value) {
+    DWORD size = sizeof(value);
+    DWORD type = REG_NONE;
+    return RegQueryValueExW(key, name, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size) ==
+               ERROR_SUCCESS &&
+           type == REG_DWORD && size == sizeof(value);
+}
+
+LSTATUS WriteDword(HKEY key, const wchar_t* name, DWORD value) {
+    return RegSetValueExW(key, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), sizeof(value));
+}
+
 // Puts back the fast start-up switch saved when the package turned it off.
 void RestoreFastStartup() {
     RegKey power = OpenPowerKey();
     DWORD saved = 0;
-    DWORD size = sizeof(saved);
-    DWORD type = REG_NONE;
-    if (!power ||
-        RegQueryValueExW(power.get(), kSavedFastStartupValue, nullptr, &type, reinterpret_cast<BYTE*>(&saved),
-                         &size) != ERROR_SUCCESS ||
-        type != REG_DWORD || size != sizeof(saved)) {
+    if (!power || !ReadDword(power.get(), kSavedFastStartupValue, saved)) {
         return;
     }
-    RegSetValueExW(power.get(), kFastStartupValue, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&saved),
-                   sizeof(saved));
+    WriteDword(power.get(), kFastStartupValue, saved);
     RegDeleteValueW(power.get(), kSavedFastStartupValue);
     RegFlushKey(power.get());
 }
@@ -105,12 +118,20 @@ bool ListLivesInLsaKey() {
 
 } // namespace
 
-RegKey OpenLsaKey() {
-    return OpenMachineKey(kLsaKey, KEY_ALL_ACCESS);
+void DisableFastStartup() {
+    RegKey power = OpenPowerKey();
+    DWORD enabled = 0;
+    if (!power || !ReadDword(power.get(), kFastStartupValue, enabled) || enabled == 0) {
+        return;
+    }
+    if (WriteDword(power.get(), kSavedFastStartupValue, enabled) == ERROR_SUCCESS) {
+        WriteDword(power.get(), kFastStartupValue, 0);
+        RegFlushKey(power.get());
+    }
 }
 
-RegKey OpenPowerKey() {
-    return OpenMachineKey(kPowerKey, KEY_ALL_ACCESS);
+RegKey OpenLsaKey() {
+    return OpenMachineKey(kLsaKey, KEY_ALL_ACCESS);
 }
 
 LSTATUS EditSecurityPackages(HKEY lsa, const wchar_t* name, bool insert) {

@@ -18,15 +18,11 @@ inline constexpr wchar_t kOlderTlsPackage[] = L"nvtls";
 inline constexpr wchar_t kTlsPackageDisplayName[] = L"NV_Microsoft Unified Security Protocol Provider";
 inline constexpr wchar_t kDefaultTlsValue[] = L"Default TLS SSP";
 
-// The fast start-up switch in the power settings key, and where the package
-// keeps it while it has turned fast start-up off.
-inline constexpr wchar_t kFastStartupValue[] = L"HiberbootEnabled";
-inline constexpr wchar_t kSavedFastStartupValue[] = L"PreHiberbootEnabled";
-
 // The security authority's key with KEY_ALL_ACCESS; empty when it cannot be opened.
 RegKey OpenLsaKey();
-// The power settings key with KEY_ALL_ACCESS; empty when it cannot be opened.
-RegKey OpenPowerKey();
+// Turns fast start-up off (the power settings key, opened with KEY_ALL_ACCESS) when it is on, keeping the
+// switch in "PreHiberbootEnabled" until RestoreSecurityProviders puts it back.
+void DisableFastStartup();
 
 // Inserts or removes `name` in "Security Packages" of the open `lsa` key.
 // Returns 0 or the registry error; 13 (ERROR_INVALID_DATA) when the value is
