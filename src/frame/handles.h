@@ -46,6 +46,14 @@ struct KernelHandleTraits {
     static void Close(Handle handle) { CloseHandle(handle); }
 };
 
+// Files and devices opened with CreateFileW, which signals failure with
+// INVALID_HANDLE_VALUE rather than null.
+struct FileHandleTraits {
+    using Handle = HANDLE;
+    static Handle Invalid() { return INVALID_HANDLE_VALUE; }
+    static void Close(Handle handle) { CloseHandle(handle); }
+};
+
 struct FindHandleTraits {
     using Handle = HANDLE;
     static Handle Invalid() { return INVALID_HANDLE_VALUE; }
@@ -71,6 +79,8 @@ using ServiceHandle = UniqueHandle<ServiceHandleTraits>;
 using InfHandle = UniqueHandle<InfHandleTraits>;
 using LocalMemory = UniqueHandle<LocalMemoryTraits>;
 using TokenHandle = UniqueHandle<KernelHandleTraits>;
+using KernelHandle = UniqueHandle<KernelHandleTraits>;
+using FileHandle = UniqueHandle<FileHandleTraits>;
 using FindHandle = UniqueHandle<FindHandleTraits>;
 using FileQueue = UniqueHandle<FileQueueTraits>;
 using AllocatedSid = UniqueHandle<AllocatedSidTraits>;

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "frame/registry_values.h"
 #include "sspi/package_list.h"
 
 namespace setuputils {
@@ -56,22 +57,6 @@ LSTATUS ReadPackageList(HKEY lsa, PackageList& entries) {
     return ERROR_SUCCESS;
 }
 
-bool ReadString(HKEY key, const wchar_t* name, std::wstring& text) {
-    DWORD type = REG_NONE;
-    DWORD size = 0;
-    if (RegQueryValueExW(key, name, nullptr, &type, nullptr, &size) != ERROR_SUCCESS ||
-        (type != REG_SZ && type != REG_EXPAND_SZ)) {
-        return false;
-    }
-    std::vector<wchar_t> buffer(size / sizeof(wchar_t) + 1, L'\0');
-    if (RegQueryValueExW(key, name, nullptr, &type, reinterpret_cast<BYTE*>(buffer.data()), &size) !=
-        ERROR_SUCCESS) {
-        return false;
-    }
-    text = buffer.data();
-    return true;
-}
-
 RegKey OpenPowerKey() {
     return OpenMachineKey(kPowerKey, KEY_ALL_ACCESS);
 }
@@ -104,7 +89,7 @@ void RestoreFastStartup() {
 // Deletes "Default TLS SSP" only when it names the provider's package.
 LSTATUS ClearOwnDefaultTlsPackage(HKEY lsa) {
     std::wstring current;
-    if (!ReadString(lsa, kDefaultTlsValue, current) || current != kTlsPackageDisplayName) {
+    if (!ReadStringValue(lsa, kDefaultTlsValue, current) || current != kTlsPackageDisplayName) {
         return ERROR_SUCCESS;
     }
     return RegDeleteValueW(lsa, kDefaultTlsValue);
