@@ -1,7 +1,34 @@
-// TODO: not yet built.
-#include "exports.h"
+// EnableInteractiveServices (deferred; no CustomActionData): clears the system
+// switch that forbids interactive services ("NoInteractiveServices" = 0).
+#include <windows.h>
+#include <msiquery.h>
 
-extern "C" UINT WINAPI EnableInteractiveServices(MSIHANDLE) {
-    return ERROR_SUCCESS;
+#include "exports.h"
+#include "frame/action_guard.h"
+#include "frame/handles.h"
+
+namespace setuputils {
+namespace {
+
+constexpr wchar_t kWindowsControlKey[] = L"SYSTEM\\CurrentControlSet\\Control\\Windows";
+constexpr wchar_t kNoInteractiveServicesValue[] = L"NoInteractiveServices";
+constexpr DWORD kInteractiveServicesAllowed = 0;
+
+void AllowInteractiveServices() {
+    RegKey key;
+    if (RegCreateKeyExW(HKEY_LOCAL_MACHINE, kWindowsControlKey, 0, nullptr, 0, KEY_WRITE, nullptr, key.put(),
+                        nullptr) != ERROR_SUCCESS) {
+        return;
+    }
+    const DWORD value = kInteractiveServicesAllowed;
+    RegSetValueExW(key.get(), kNoInteractiveServicesValue, 0, REG_DWORD,
+                   reinterpret_cast<const BYTE*>(&value), sizeof(value));
 }
 
+} // namespace
+} // namespace setuputils
+
+extern "C" UINT WINAPI EnableInteractiveServices(MSIHANDLE session) {
+    return setuputils::RunActionThatNeverFails(session, L"EnableInteractiveServices",
+                                               [] { setuputils::AllowInteractiveServices(); });
+}

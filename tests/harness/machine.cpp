@@ -119,8 +119,12 @@ void DeleteRegistryTree(HKEY root, const std::wstring& path) {
     SHDeleteKeyW(root, path.c_str());
 }
 
+std::wstring TestProgramPath(const std::wstring& name) {
+    return ProgramFolder() + name;
+}
+
 std::wstring TestDriverPath() {
-    return ProgramFolder() + L"test_driver.sys";
+    return TestProgramPath(L"test_driver.sys");
 }
 
 TestDriverService::TestDriverService(const std::wstring& name) : name_(name) {

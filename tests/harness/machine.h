@@ -28,7 +28,9 @@ std::optional<DWORD> ReadRegistryDword(HKEY root, const std::wstring& path, cons
 void RestoreRegistryValue(HKEY root, const std::wstring& path, const std::wstring& name,
                           const std::optional<RegistryData>& data);
 
-// The test kernel driver, built beside the test programs.
+// A program or driver built beside the test programs.
+std::wstring TestProgramPath(const std::wstring& name);
+// The test kernel driver.
 std::wstring TestDriverPath();
 
 // A demand-start kernel driver service running the test driver; removed when it goes away.

@@ -1,1 +1,45 @@
-int main() { return 0; }
+// A stand-in service for the service tests. Its command line names the
+// service ("test_service.exe <name> ..."), so that it runs under either
+// process type. It runs until asked to stop and then takes half a second to
+// stop, so that whoever stops it has to wait.
+#include <windows.h>
+
+namespace {
+
+wchar_t g_name[256] = L"";
+SERVICE_STATUS_HANDLE g_status = nullptr;
+HANDLE g_stopRequested = nullptr;
+
+void Report(DWORD state) {
+    const DWORD accepted = state == SERVICE_RUNNING ? SERVICE_ACCEPT_STOP : 0;
+    SERVICE_STATUS status{SERVICE_WIN32_OWN_PROCESS, state, accepted, NO_ERROR, 0, 0, 1000};
+    SetServiceStatus(g_status, &status);
+}
+
+DWORD WINAPI Control(DWORD control, DWORD, void*, void*) {
+    if (control == SERVICE_CONTROL_STOP) {
+        Report(SERVICE_STOP_PENDING);
+        SetEvent(g_stopRequested);
+    }
+    return NO_ERROR;
+}
+
+void WINAPI ServiceMain(DWORD, wchar_t**) {
+    if ((g_status = RegisterServiceCtrlHandlerExW(g_name, Control, nullptr)) != nullptr) {
+        Report(SERVICE_RUNNING);
+        WaitForSingleObject(g_stopRequested, INFINITE);
+        Sleep(500);
+        Report(SERVICE_STOPPED);
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2 || MultiByteToWideChar(CP_ACP, 0, argv[1], -1, g_name, 256) == 0) {
+        return 1;
+    }
+    g_stopRequested = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    SERVICE_TABLE_ENTRYW table[] = {{g_name, ServiceMain}, {nullptr, nullptr}};
+    return StartServiceCtrlDispatcherW(table) ? 0 : 2;
+}

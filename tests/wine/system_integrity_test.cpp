@@ -31,11 +31,6 @@ const std::wstring kDeviceRequests = kTestRecords + L"\\NvnCtrl";
 const std::wstring kSystem = L"C:\\windows\\system32\\";
 const std::wstring kThirtyTwoBitSystem = L"C:\\windows\\syswow64\\";
 
-std::wstring ProgramPath(const std::wstring& name) {
-    const std::wstring library = SetupUtilsLibrary::Path();
-    return library.substr(0, library.find_last_of(L'\\') + 1) + name;
-}
-
 template <typename Done>
 bool WaitFor(Done done) {
     for (int i = 0; i < 100 && !done(); ++i) {
@@ -76,7 +71,7 @@ protected:
 
     ActionSession session_;
     MessageRecorder& messages_ = session_.messages();
-    const std::wstring verifier_ = L"\"" + ProgramPath(L"test_verifier.exe") + L"\"";
+    const std::wstring verifier_ = L"\"" + TestProgramPath(L"test_verifier.exe") + L"\"";
 };
 
 // Here every image runs twice; the single run of a 32-bit system, which Wine
@@ -126,7 +121,7 @@ TEST_F(SystemIntegrityTest, RunNVVerifyReturnsTheExitCodeReadAtOnceOr1603) {
     EXPECT_EQ(AwaitVerifierRun(L"C:\\probe.dll"), line + L"\t1");
 
     messages_.Clear();
-    const std::wstring absent = L"\"" + ProgramPath(L"absent.exe") + L"\" -addreg -file C:\\probe.dll";
+    const std::wstring absent = L"\"" + TestProgramPath(L"absent.exe") + L"\" -addreg -file C:\\probe.dll";
     EXPECT_EQ(RunNVVerify(session_.get(), absent), static_cast<UINT>(ERROR_INSTALL_FAILURE));
     const auto info = messages_.OfType(INSTALLMESSAGE_INFO);
     ASSERT_EQ(info.size(), 2u);
