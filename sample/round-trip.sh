@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the sample package with msiexec in a fresh Wine prefix, shows and
-# checks what the driver actions did, removes it, checks that the machine is
-# as before, then makes an installation fail after the driver was installed
+# checks what the driver, host service and TLS package actions did, removes
+# it, checks that the machine is as before, then makes an installation fail after the driver was installed
 # and checks that the rollback leaves the machine as before too.
 #
 #   round-trip.sh <folder with setuputils.dll, sample_package.exe, test_driver.sys> <work folder>
@@ -53,6 +53,12 @@ location_key='HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall\{A83F2C6E
 addreg_key='HKLM\Software\SetupUtilsTest\nvsample'
 staged=$WINEPREFIX/drive_c/windows/inf/nvsample.inf
 driver=$WINEPREFIX/drive_c/windows/system32/drivers/nvsample.sys
+host_key='HKLM\System\CurrentControlSet\Services\nvsamplehost'
+lsa_key='HKLM\System\CurrentControlSet\Control\Lsa'
+power_key='HKLM\System\CurrentControlSet\Control\Session Manager\Power'
+reg_shows() { # reg_shows <key> <value> <text>
+    wine reg query "$1" /v "$2" 2>/dev/null | tr -d '\r' | grep -q -- "$3"
+}
 service_state() { wine sc query nvsample 2>/dev/null | tr -d '\r' | sed -n 's/^ *STATE *: *[0-9]* *//p'; }
 running() { [ "$(service_state)" = RUNNING ]; }
 
@@ -88,6 +94,8 @@ msiexec() { # msiexec <option> <log name> [properties]: wine cuts the exit statu
 }
 
 cd "$public"
+# Fast start-up on, as on a Windows machine, so that the package turns it off.
+wine reg add "$power_key" /v HiberbootEnabled /t REG_DWORD /d 1 /f >/dev/null 2>&1
 snapshot > "$work/before.snapshot"
 
 echo
@@ -108,6 +116,15 @@ check "install section copied the driver" test -f "$driver"
 check "install section wrote its registry values" reg_has "$addreg_key\\Settings" /v Mode
 check "driver service installed and running" running
 check "installation reported success" logged "KSInstall64:info: Install driver nvsample success." install.log
+echo "   Host service:"
+wine reg query "$host_key" 2>/dev/null | tr -d '\r' | grep -E 'Type|Start|ImagePath|Group' | sed 's/^ */     /'
+check "host service: own process, interactive before Windows 10" reg_shows "$host_key" Type 0x110
+check "host service: automatic start" reg_shows "$host_key" Start 0x2
+check "host service: in the system's service host" reg_shows "$host_key" ImagePath 'svchost.exe -k nvcsp'
+check "host service: in the smart-card load-order group" reg_shows "$host_key" Group SmartCardGroup
+check "TLS package in the security authority's list" reg_shows "$lsa_key" "Security Packages" nvsspap
+check "fast start-up off" reg_shows "$power_key" HiberbootEnabled 0x0
+check "fast start-up switch kept" reg_shows "$power_key" PreHiberbootEnabled 0x1
 
 echo
 echo "== Removal"
@@ -119,6 +136,9 @@ check "driver file removed" test ! -f "$driver"
 check "registry values and emptied keys removed" lacks reg_has "$addreg_key"
 check "staged INF and PNF removed" test ! -f "$staged" -a ! -f "${staged%.inf}.pnf"
 check "location record removed" lacks reg_has "$location_key"
+check "host service removed" lacks reg_has "$host_key"
+check "TLS package out of the list" lacks reg_shows "$lsa_key" "Security Packages" nvsspap
+check "fast start-up on again" reg_shows "$power_key" HiberbootEnabled 0x1
 check "machine as before the installation" same_as_before removal
 
 echo
@@ -128,6 +148,8 @@ check "installation failed (1603, cut to 67)" test "$status" -eq 67
 check "driver installed before the failure" logged "KSInstall64:info: Install driver nvsample success." rollback.log
 check "rollback removed the driver" logged "KSInstall64:info: Uninstall driver nvsample success." rollback.log
 check "service gone" lacks reg_has "$service_key"
+check "host service gone" lacks reg_has "$host_key"
+check "TLS package gone" bash -c "! wine reg query '$lsa_key' /v 'Security Packages' 2>/dev/null | grep -q nvsspap"
 check "machine as before the installation" same_as_before rollback
 
 echo

@@ -1,6 +1,7 @@
 // Writes sample.msi, its driver INF and driver into a folder: a package that
 // installs one kernel-driver package through KSProcess and the deferred
-// driver actions, and removes it again.
+// driver actions, creates the provider's host service and registers its TLS
+// package with fast start-up turned off, and removes all of it again.
 //
 //   sample_package.exe <folder> <setuputils.dll> <driver .sys>
 //
@@ -22,7 +23,10 @@ namespace {
 constexpr int kImmediate = 1;
 constexpr int kDeferred = 1 | 0x400 | 0x800;
 constexpr int kRollback = kDeferred | 0x100;
+constexpr int kSetProperty = 51;
 constexpr wchar_t kService[] = L"nvsample";
+constexpr wchar_t kOnInstall[] = L"NOT REMOVE";
+constexpr wchar_t kOnRemoval[] = L"REMOVE=\"ALL\"";
 
 void AddAction(harness::TestPackage& package, const std::wstring& action, int type,
                const std::wstring& target) {
@@ -31,10 +35,57 @@ void AddAction(harness::TestPackage& package, const std::wstring& action, int ty
                 {action, target});
 }
 
-void Sequence(harness::TestPackage& package, const std::wstring& action, int sequence) {
-    package.Sql(L"INSERT INTO `InstallExecuteSequence` (`Action`, `Sequence`) VALUES (?, " +
+void Sequence(harness::TestPackage& package, const std::wstring& action, int sequence,
+              const std::wstring& condition = L"") {
+    package.Sql(L"INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) VALUES (?, ?, " +
                     std::to_wstring(sequence) + L")",
-                {action});
+                {action, condition});
+}
+
+// A deferred action of the library and, before it, the action that hands it
+// `data` as its CustomActionData.
+void AddDeferredWithData(harness::TestPackage& package, const std::wstring& action, int type,
+                         const std::wstring& target, const std::wstring& data, int sequence,
+                         const std::wstring& condition) {
+    package.Sql(L"INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) VALUES (?, " +
+                    std::to_wstring(kSetProperty) + L", ?, ?)",
+                {L"Set" + action, action, data});
+    AddAction(package, action, type, target);
+    Sequence(package, L"Set" + action, sequence - 1, condition);
+    Sequence(package, action, sequence, condition);
+}
+
+// The host service, from Windows 10 on non-interactive, with a local group;
+// the rollback action also removes them at uninstallation.
+void AddHostService(harness::TestPackage& package) {
+    AddAction(package, L"SetNoInteractiveServices", kImmediate, L"SetNoInteractiveServices");
+    Sequence(package, L"SetNoInteractiveServices", 1460);
+    AddDeferredWithData(package, L"MsiCreateServiceRollback", kRollback, L"MsiCreateServiceRollback",
+                        L"nvsamplehost/nvsamplegroup", 4302, kOnInstall);
+    AddDeferredWithData(package, L"MsiCreateService", kDeferred, L"MsiCreateService",
+                        L"nvsamplehost/Sample provider host/[NOINTERACTIVESERVICES]/nvsamplegroup", 4304,
+                        kOnInstall);
+    AddDeferredWithData(package, L"RemoveHostService", kDeferred, L"MsiCreateServiceRollback",
+                        L"nvsamplehost/nvsamplegroup", 4306, kOnRemoval);
+}
+
+// The TLS package: fast start-up off after the list is edited, both undone by
+// one action on rollback and on removal.
+void AddTlsPackage(harness::TestPackage& package) {
+    const struct {
+        const wchar_t* action;
+        int type;
+        const wchar_t* condition;
+    } steps[] = {{L"SslRegRollback", kRollback, kOnInstall},
+                 {L"SslRegInstall", kDeferred, kOnInstall},
+                 {L"HiberbootDisable", kDeferred, kOnInstall},
+                 {L"SslRegister", kDeferred, kOnInstall},
+                 {L"SslRegUninstall", kDeferred, kOnRemoval}};
+    int sequence = 4400;
+    for (const auto& step : steps) {
+        AddAction(package, step.action, step.type, step.action);
+        Sequence(package, step.action, sequence++, step.condition);
+    }
 }
 
 void BuildSample(const std::wstring& folder, const std::wstring& library, const std::wstring& driver) {
@@ -71,8 +122,10 @@ void BuildSample(const std::wstring& folder, const std::wstring& library, const 
     Sequence(package, L"KSCheckDeleteFlag", 1450);
     // After InstallFiles: the deferred driver actions need the package's files in place.
     Sequence(package, L"KSProcess", 4100);
-    package.Sql(L"INSERT INTO `InstallExecuteSequence` (`Action`, `Condition`, `Sequence`) "
-                L"VALUES ('ForceFailure', 'FORCEFAIL', 4200)");
+    AddHostService(package);
+    AddTlsPackage(package);
+    // After every deferred action of the installation, so that all of them are rolled back.
+    Sequence(package, L"ForceFailure", 6500, L"FORCEFAIL");
     Sequence(package, L"KSCleanup", 6700);
     package.Commit();
     std::wprintf(L"ProductCode=%ls\n", package.productCode().c_str());
