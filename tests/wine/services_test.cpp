@@ -212,11 +212,7 @@ TEST_F(InteractiveServicesTest, EnableClearsTheSystemSwitch) {
     const wchar_t key[] = L"SYSTEM\\CurrentControlSet\\Control\\Windows";
     WriteRegistryDword(HKEY_LOCAL_MACHINE, key, L"NoInteractiveServices", 1);
     EXPECT_EQ(Run("EnableInteractiveServices"), 0u);
-    DWORD value = 1, size = sizeof(value);
-    EXPECT_EQ(RegGetValueW(HKEY_LOCAL_MACHINE, key, L"NoInteractiveServices", RRF_RT_REG_DWORD, nullptr,
-                           &value, &size),
-              0);
-    EXPECT_EQ(value, 0u);
+    EXPECT_EQ(ReadRegistryDword(HKEY_LOCAL_MACHINE, key, L"NoInteractiveServices"), 0u);
     RegDeleteKeyValueW(HKEY_LOCAL_MACHINE, key, L"NoInteractiveServices");
 }
 
