@@ -19,12 +19,14 @@ UINT WINAPI KSInstCleanUp(MSIHANDLE session);
 UINT WINAPI KSInstInstall(MSIHANDLE session);
 UINT WINAPI KSInstUninstall(MSIHANDLE session); // also exported as KSInstRollback
 UINT WINAPI KSProcess(MSIHANDLE session);
+UINT WINAPI MigrateReaders(MSIHANDLE session);
 UINT WINAPI MsiCreateService(MSIHANDLE session);
 UINT WINAPI MsiCreateServiceRollback(MSIHANDLE session);
 UINT WINAPI NvnLink(MSIHANDLE session);
 UINT WINAPI NvnRelocate(MSIHANDLE session);
 UINT WINAPI NvnRevert(MSIHANDLE session);
 UINT WINAPI NvnUnlink(MSIHANDLE session);
+UINT WINAPI ProcessRegReaders(MSIHANDLE session);
 UINT WINAPI SetNoInteractiveServices(MSIHANDLE session);
 UINT WINAPI SetRegistryLow(MSIHANDLE session);
 UINT WINAPI SetSCardSvrAutoStart(MSIHANDLE session);
@@ -33,6 +35,7 @@ UINT WINAPI SslRegister(MSIHANDLE session);
 UINT WINAPI SslRegRollback(MSIHANDLE session); // also exported as SslRegUninstall
 UINT WINAPI TlsRegUninstall(MSIHANDLE session);
 UINT WINAPI UnHookSystem(MSIHANDLE session);
+UINT WINAPI UninstallSmartCard(MSIHANDLE session);
 UINT WINAPI UnprotectService(MSIHANDLE session);
 UINT WINAPI UpdateSystemIntegrity(MSIHANDLE session);
 

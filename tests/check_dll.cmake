@@ -35,10 +35,10 @@ endforeach()
 set(exports AddRemovedComponents AllAppPackageSecurity CheckModeOff CheckModeOn
     EnableInteractiveServices HiberbootDisable KSCheckDeleteFlag KSCleanup KSInstallW KSInstallWW
     KSInstCleanUp KSInstInstall KSInstRollback KSInstUninstall KSProcess KSUninstallW KSUninstallWW
-    MsiCreateService MsiCreateServiceRollback NvnLink NvnRelocate NvnRevert NvnUnlink RunDllW
-    SetNoInteractiveServices SetRegistryLow SetSCardSvrAutoStart SslRegInstall SslRegister
-    SslRegRollback SslRegUninstall TlsRegUninstall UnHookSystem UnprotectService
-    UpdateSystemIntegrity)
+    MigrateReaders MsiCreateService MsiCreateServiceRollback NvnLink NvnRelocate NvnRevert NvnUnlink
+    ProcessRegReaders RunDllW SetNoInteractiveServices SetRegistryLow SetSCardSvrAutoStart
+    SslRegInstall SslRegister SslRegRollback SslRegUninstall TlsRegUninstall UnHookSystem
+    UninstallSmartCard UnprotectService UpdateSystemIntegrity)
 foreach(name IN LISTS exports)
   if(NOT dump MATCHES "\\] ${name}\n")
     message(FATAL_ERROR "does not export ${name}")

@@ -53,12 +53,14 @@ TEST(ExportsLibrary, EntryPointsUnderTheirExactNames) {
                                                "KSProcess",
                                                "KSUninstallW",
                                                "KSUninstallWW",
+                                               "MigrateReaders",
                                                "MsiCreateService",
                                                "MsiCreateServiceRollback",
                                                "NvnLink",
                                                "NvnRelocate",
                                                "NvnRevert",
                                                "NvnUnlink",
+                                               "ProcessRegReaders",
                                                "RunDllW",
                                                "SetNoInteractiveServices",
                                                "SetRegistryLow",
@@ -69,6 +71,7 @@ TEST(ExportsLibrary, EntryPointsUnderTheirExactNames) {
                                                "SslRegister",
                                                "TlsRegUninstall",
                                                "UnHookSystem",
+                                               "UninstallSmartCard",
                                                "UnprotectService",
                                                "UpdateSystemIntegrity"};
     for (const auto& name : expected) {

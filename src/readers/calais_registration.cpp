@@ -1,0 +1,1 @@
+#include "readers/calais_registration.h"

@@ -1,0 +1,1 @@
+#include "readers/reader_rows.h"

@@ -1,0 +1,1 @@
+#include "readers/smart_card_types.h"
