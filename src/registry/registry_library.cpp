@@ -265,6 +265,37 @@ LSTATUS CopyValues(HKEY target, HKEY source, DWORD count, DWORD longestName, DWO
     return ERROR_SUCCESS;
 }
 
+// Copies the values and the subkeys of `source` to `target`; subkeys are
+// opened and created in the view of `view` (0 or KEY_WOW64_64KEY).
+LSTATUS CopyTree(HKEY target, HKEY source, REGSAM view) {
+    DWORD subkeys = 0;
+    DWORD values = 0;
+    DWORD longestName = 0;
+    DWORD longestData = 0;
+    LSTATUS status = RegQueryInfoKeyW(source, nullptr, nullptr, nullptr, &subkeys, nullptr, nullptr, &values,
+                                      &longestName, &longestData, nullptr, nullptr);
+    if (status == ERROR_SUCCESS) {
+        status = CopyValues(target, source, values, longestName, longestData);
+    }
+    for (DWORD index = 0; status == ERROR_SUCCESS && index < subkeys; ++index) {
+        std::wstring name;
+        RegKey from;
+        RegKey to;
+        status = EnumerateName(source, index, true, name);
+        if (status == ERROR_SUCCESS) {
+            status = RegOpenKeyExW(source, name.c_str(), 0, KEY_READ | view, from.put());
+        }
+        if (status == ERROR_SUCCESS) {
+            status = RegCreateKeyExW(target, name.c_str(), 0, nullptr, 0, KEY_WRITE | view, nullptr, to.put(),
+                                     nullptr);
+        }
+        if (status == ERROR_SUCCESS) {
+            status = CopyTree(to.get(), from.get(), view);
+        }
+    }
+    return status;
+}
+
 } // namespace
 
 RegistryStatus CurrentUserSidText(std::wstring& name) {
@@ -375,6 +406,21 @@ RegistryStatus DeleteMappedTree(std::wstring_view path) {
         return status;
     }
     return DeleteTree(key.key.get(), key.flags);
+}
+
+RegistryStatus CopyMappedTree(std::wstring_view target, std::wstring_view source) {
+    MappedKey from;
+    if (RegistryStatus status = OpenMappedKey(source, kRegQueryValue | kRegEnumerate, from);
+        status != kRegistryOk) {
+        return status;
+    }
+    MappedKey to;
+    if (RegistryStatus status = OpenMappedKey(target, kRegWriteValues | kRegCreateSubKey, to);
+        status != kRegistryOk) {
+        return status;
+    }
+    const REGSAM view = (from.flags & kReg64BitView) != 0 ? KEY_WOW64_64KEY : 0;
+    return MapRegistryStatus(CopyTree(to.key.get(), from.key.get(), view));
 }
 
 LONG DeleteKeyItself(HKEY key) {

@@ -66,6 +66,11 @@ private:
 // deleted as keys (a link key goes, its target stays).
 RegistryStatus DeleteMappedTree(std::wstring_view path);
 
+// Copies the values and subkeys of the key at `source`, all the way down, to
+// the key at `target`, which is created when missing; what `target` holds
+// already stays unless a copied value has its name.
+RegistryStatus CopyMappedTree(std::wstring_view target, std::wstring_view source);
+
 // Moves the subkeys of `source` below `target` and copies its values there;
 // the source's own values stay. Returns the first registry error.
 LSTATUS MoveKeyTree(HKEY target, HKEY source);
