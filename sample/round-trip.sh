@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the sample package with msiexec in a fresh Wine prefix, shows and
-# checks what the driver, host service and TLS package actions did, removes
-# it, checks that the machine is as before, then makes an installation fail after the driver was installed
+# checks what the driver, host service, TLS package and reader actions did,
+# removes it, checks that the machine is as before, then makes an installation fail after the driver was installed
 # and checks that the rollback leaves the machine as before too.
 #
 #   round-trip.sh <folder with setuputils.dll, sample_package.exe, test_driver.sys> <work folder>
@@ -59,6 +59,12 @@ power_key='HKLM\System\CurrentControlSet\Control\Session Manager\Power'
 reg_shows() { # reg_shows <key> <value> <text>
     wine reg query "$1" /v "$2" 2>/dev/null | tr -d '\r' | grep -q -- "$3"
 }
+readers_key='HKLM\Software\Norvane\Cryptography\CurrentVersion'
+cards_key='HKLM\Software\Microsoft\Cryptography\Calais\SmartCards'
+cards_key32='HKLM\Software\Wow6432Node\Microsoft\Cryptography\Calais\SmartCards'
+tree_shows() { # tree_shows <key> <text>: anywhere below the key
+    wine reg query "$1" /s 2>/dev/null | tr -d '\r' | grep -q -- "$2"
+}
 service_state() { wine sc query nvsample 2>/dev/null | tr -d '\r' | sed -n 's/^ *STATE *: *[0-9]* *//p'; }
 running() { [ "$(service_state)" = RUNNING ]; }
 
@@ -94,8 +100,14 @@ msiexec() { # msiexec <option> <log name> [properties]: wine cuts the exit statu
 }
 
 cd "$public"
-# Fast start-up on, as on a Windows machine, so that the package turns it off.
+# Fast start-up on, as on a Windows machine, so that the package turns it off;
+# another vendor's card type in both views, which the package must leave alone.
 wine reg add "$power_key" /v HiberbootEnabled /t REG_DWORD /d 1 /f >/dev/null 2>&1
+for key in "$cards_key" "$cards_key32"; do
+    wine reg add "$key\Other Vendor Card" /v ATR /t REG_BINARY /d 3B0000 /f >/dev/null 2>&1
+    wine reg add "$key\Other Vendor Card" /v ATRMask /t REG_BINARY /d FFFFFF /f >/dev/null 2>&1
+    wine reg add "$key\Other Vendor Card" /v "Crypto Provider" /d "Other CSP" /f >/dev/null 2>&1
+done
 snapshot > "$work/before.snapshot"
 
 echo
@@ -125,6 +137,18 @@ check "host service: in the smart-card load-order group" reg_shows "$host_key" G
 check "TLS package in the security authority's list" reg_shows "$lsa_key" "Security Packages" nvsspap
 check "fast start-up off" reg_shows "$power_key" HiberbootEnabled 0x0
 check "fast start-up switch kept" reg_shows "$power_key" PreHiberbootEnabled 0x1
+echo "   Readers, carriers and card types:"
+for key in "$readers_key" "$cards_key" "$cards_key32"; do
+    wine reg query "$key" /s 2>/dev/null | tr -d '\r' | sed -n 's/^\(.\)/     \1/p'  || true
+done
+check "carrier written with its default value" reg_shows "$readers_key\KeyCarriers\FAT12\Default" DLL nvfat12.dll
+check "random source written as a number" reg_shows "$readers_key\Random\Bio\Default" Level 0x3
+check "a device per listed port" \
+    bash -c "wine reg query '$readers_key\KeyDevices\Sample\COM1' /v Enabled >/dev/null 2>&1 &&
+             wine reg query '$readers_key\KeyDevices\Sample\COM2' /v Enabled >/dev/null 2>&1"
+check "a row whose condition is false left out" lacks reg_has "$readers_key\KeyCarriers\Not here"
+check "card type in the 64-bit view" tree_shows "$cards_key" "Norvane Sample CSP"
+check "card type in the 32-bit view" tree_shows "$cards_key32" "Norvane Sample CSP"
 
 echo
 echo "== Removal"
@@ -139,6 +163,11 @@ check "location record removed" lacks reg_has "$location_key"
 check "host service removed" lacks reg_has "$host_key"
 check "TLS package out of the list" lacks reg_shows "$lsa_key" "Security Packages" nvsspap
 check "fast start-up on again" reg_shows "$power_key" HiberbootEnabled 0x1
+check "reader tree removed" lacks reg_has 'HKLM\Software\Norvane'
+check "card types removed from both views" \
+    bash -c "! wine reg query '$cards_key' /s 2>/dev/null | grep -q 'Norvane Sample' &&
+             ! wine reg query '$cards_key32' /s 2>/dev/null | grep -q 'Norvane Sample'"
+check "the other vendor's card types kept" tree_shows "$cards_key32" "Other CSP"
 check "machine as before the installation" same_as_before removal
 
 echo
@@ -149,6 +178,9 @@ check "driver installed before the failure" logged "KSInstall64:info: Install dr
 check "rollback removed the driver" logged "KSInstall64:info: Uninstall driver nvsample success." rollback.log
 check "service gone" lacks reg_has "$service_key"
 check "host service gone" lacks reg_has "$host_key"
+check "reader tree and card types gone" \
+    bash -c "! wine reg query 'HKLM\Software\Norvane' >/dev/null 2>&1 &&
+             ! wine reg query '$cards_key' /s 2>/dev/null | grep -q 'Norvane Sample'"
 check "TLS package gone" bash -c "! wine reg query '$lsa_key' /v 'Security Packages' 2>/dev/null | grep -q nvsspap"
 check "machine as before the installation" same_as_before rollback
 

@@ -1,7 +1,9 @@
 // Writes sample.msi, its driver INF and driver into a folder: a package that
 // installs one kernel-driver package through KSProcess and the deferred
-// driver actions, creates the provider's host service and registers its TLS
-// package with fast start-up turned off, and removes all of it again.
+// driver actions, creates the provider's host service, registers its TLS
+// package with fast start-up turned off, registers readers, key carriers and
+// a smart-card type through temporary Registry rows, and removes all of it
+// again.
 //
 //   sample_package.exe <folder> <setuputils.dll> <driver .sys>
 //
@@ -88,6 +90,49 @@ void AddTlsPackage(harness::TestPackage& package) {
     }
 }
 
+// Readers, carriers and a random source from RegReaders, and one card type
+// registered in both registry views. The installer removes no temporary row
+// at uninstallation: the permanent "-" row deletes the provider's tree then,
+// and UninstallSmartCard removes the card types. The RemoveRegistry row gives
+// that table the row its temporary rows are made from.
+void AddReaders(harness::TestPackage& package) {
+    package.AddRegistryComponent(L"nvcsp", false);
+    package.AddRegistryComponent(L"nvcsp64", true);
+    package.SetProperty(L"DefaultCSP80Name", L"Norvane Sample CSP");
+    package.SetProperty(L"SAMPLEPORTS", L"COM1,COM2");
+    package.Sql(L"CREATE TABLE `RegReaders` (`Type` CHAR(72) NOT NULL, `Name` CHAR(255) NOT NULL, "
+                L"`Parameter` CHAR(72) NOT NULL, `Value` CHAR(255), `Component_` CHAR(72) NOT NULL, "
+                L"`Condition` CHAR(255), `ListProperty` CHAR(72) PRIMARY KEY `Type`, `Name`, `Parameter`)");
+    const wchar_t* const rows[][6] = {
+        {L"KeyCarriers", L"FAT12\\Default", L"-", L"Removable disk", L"1", L""},
+        {L"KeyCarriers", L"FAT12\\Default", L"DLL", L"nvfat12.dll", L"1", L""},
+        {L"Random", L"Bio\\Default", L"Level", L"#3", L"1", L""},
+        {L"KeyDevices", L"Sample", L"Enabled", L"#1", L"1", L"SAMPLEPORTS"},
+        {L"KeyCarriers", L"Not here", L"DLL", L"none.dll", L"0", L""},
+        {L"SmartCards", L"Sample Card", L"ATR", L"#x3B02145011", L"1", L""},
+        {L"SmartCards", L"Sample Card", L"Mask", L"#xFFFFFFFFFF", L"1", L""},
+        {L"SmartCards", L"Sample Card", L"CalaisRegistered", L"1", L"1", L""},
+    };
+    for (const auto& row : rows) {
+        package.Sql(L"INSERT INTO `RegReaders` (`Type`, `Name`, `Parameter`, `Value`, `Component_`, "
+                    L"`Condition`, `ListProperty`) VALUES (?, ?, ?, ?, 'nvcsp64', ?, ?)",
+                    {row[0], row[1], row[2], row[3], row[4], row[5]});
+    }
+    package.Sql(L"INSERT INTO `Registry` (`Registry`, `Root`, `Key`, `Name`, `Component_`) "
+                L"VALUES ('ProviderTree', 2, 'SOFTWARE\\Norvane', '-', 'nvcsp64')");
+    package.Sql(L"CREATE TABLE `RemoveRegistry` (`RemoveRegistry` CHAR(72) NOT NULL, `Root` SHORT NOT NULL, "
+                L"`Key` CHAR(255) NOT NULL LOCALIZABLE, `Name` CHAR(255) LOCALIZABLE, "
+                L"`Component_` CHAR(72) NOT NULL PRIMARY KEY `RemoveRegistry`)");
+    package.Sql(L"INSERT INTO `RemoveRegistry` (`RemoveRegistry`, `Root`, `Key`, `Name`, `Component_`) "
+                L"VALUES ('ObsoleteTree', 2, 'SOFTWARE\\Norvane\\Obsolete', '-', 'nvcsp64')");
+
+    // Before the installer writes and removes registry values.
+    AddAction(package, L"ProcessRegReaders", kImmediate, L"ProcessRegReaders");
+    Sequence(package, L"ProcessRegReaders", 1550, kOnInstall);
+    AddDeferredWithData(package, L"UninstallSmartCard", kDeferred, L"UninstallSmartCard",
+                        L"[DefaultCSP80Name]", 4502, kOnRemoval);
+}
+
 void BuildSample(const std::wstring& folder, const std::wstring& library, const std::wstring& driver) {
     harness::DriverInfOptions inf;
     inf.service = "nvsample";
@@ -124,6 +169,7 @@ void BuildSample(const std::wstring& folder, const std::wstring& library, const 
     Sequence(package, L"KSProcess", 4100);
     AddHostService(package);
     AddTlsPackage(package);
+    AddReaders(package);
     // After every deferred action of the installation, so that all of them are rolled back.
     Sequence(package, L"ForceFailure", 6500, L"FORCEFAIL");
     Sequence(package, L"KSCleanup", 6700);

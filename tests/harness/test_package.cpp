@@ -199,11 +199,7 @@ void TestPackage::AddDirectory(const std::wstring& directory, const std::wstring
 void TestPackage::AddFileComponent(const std::wstring& component, const std::wstring& directory,
                                    const std::wstring& fileName, const std::wstring& feature,
                                    int featureLevel) {
-    if (std::find(features_.begin(), features_.end(), feature) == features_.end()) {
-        features_.push_back(feature);
-        Sql(L"INSERT INTO `Feature` (`Feature`, `Display`, `Level`, `Attributes`) VALUES (" +
-            Quoted(feature) + L", 1, " + std::to_wstring(featureLevel) + L", 0)");
-    }
+    AddFeature(feature, featureLevel);
     const std::wstring file = L"f_" + component;
     Sql(L"INSERT INTO `Component` (`Component`, `ComponentId`, `Directory_`, `Attributes`, `KeyPath`) "
         L"VALUES (?, ?, ?, " +
@@ -211,6 +207,24 @@ void TestPackage::AddFileComponent(const std::wstring& component, const std::wst
         {component, NewGuid(), directory, file});
     AddFileRow(file, component, fileName);
     Sql(L"INSERT INTO `FeatureComponents` (`Feature_`, `Component_`) VALUES (?, ?)", {feature, component});
+}
+
+void TestPackage::AddRegistryComponent(const std::wstring& component, bool sixtyFourBit,
+                                       const std::wstring& feature) {
+    AddFeature(feature, 1);
+    Sql(L"INSERT INTO `Component` (`Component`, `ComponentId`, `Directory_`, `Attributes`) VALUES (?, ?, "
+        L"'TARGETDIR', " +
+            std::to_wstring(sixtyFourBit ? kComponent64Bit : 0) + L")",
+        {component, NewGuid()});
+    Sql(L"INSERT INTO `FeatureComponents` (`Feature_`, `Component_`) VALUES (?, ?)", {feature, component});
+}
+
+void TestPackage::AddFeature(const std::wstring& feature, int level) {
+    if (std::find(features_.begin(), features_.end(), feature) == features_.end()) {
+        features_.push_back(feature);
+        Sql(L"INSERT INTO `Feature` (`Feature`, `Display`, `Level`, `Attributes`) VALUES (" +
+            Quoted(feature) + L", 1, " + std::to_wstring(level) + L", 0)");
+    }
 }
 
 void TestPackage::AddFile(const std::wstring& component, const std::wstring& fileName) {

@@ -43,6 +43,10 @@ public:
     void AddFileComponent(const std::wstring& component, const std::wstring& directory,
                           const std::wstring& fileName, const std::wstring& feature = L"Main",
                           int featureLevel = 1);
+    // A component without files (its folder is its key path) in feature
+    // `feature`, for the 64-bit or the 32-bit registry view.
+    void AddRegistryComponent(const std::wstring& component, bool sixtyFourBit,
+                              const std::wstring& feature = L"Main");
     // A further file of `component`, beside its key file.
     void AddFile(const std::wstring& component, const std::wstring& fileName);
     void AddDriverPackage(const std::wstring& component, int flags, const std::wstring& reference = L"");
@@ -60,6 +64,7 @@ public:
     void Close();
 
 private:
+    void AddFeature(const std::wstring& feature, int level);
     void AddFileRow(const std::wstring& file, const std::wstring& component, const std::wstring& fileName);
 
     std::wstring path_;
