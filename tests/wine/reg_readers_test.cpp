@@ -9,6 +9,7 @@
 
 #include "frame/session.h"
 #include "library.h"
+#include "machine.h"
 #include "message_recorder.h"
 #include "test_package.h"
 
@@ -169,6 +170,40 @@ TEST_F(ProcessRegReadersTest, WithoutRegReadersTableFailsWithTheLastError) {
     // Without a session there is no database either; the thread's last error is the result.
     SetLastError(12345);
     EXPECT_EQ(library_.Action("ProcessRegReaders")(0), 12345u);
+}
+
+// Installed and removed for real: the installer writes the values of the
+// temporary rows, but at removal those rows no longer exist, so only what the
+// package's own Registry rows name goes; the reader values stay behind.
+TEST(ProcessRegReadersInstallation, RemovalLeavesTheReaderValuesWithoutARowOfThePackage) {
+    const std::wstring carrier = kKey + L"KeyCarriers\\FAT12\\Default";
+    TestPackage package;
+    package.AddStandardTables();
+    package.AddRegistryComponent(L"nvcsp64", true);
+    package.AddBinary(L"SetupUtils", SetupUtilsLibrary::Path());
+    package.Sql(L"INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
+                L"VALUES ('ProcessRegReaders', 1, 'SetupUtils', 'ProcessRegReaders')");
+    package.Sql(
+        L"INSERT INTO `InstallExecuteSequence` (`Action`, `Sequence`) VALUES ('ProcessRegReaders', 1550)");
+    package.Sql(L"INSERT INTO `Registry` (`Registry`, `Root`, `Key`, `Name`, `Value`, `Component_`) "
+                L"VALUES ('own', 2, 'SOFTWARE\\SetupUtilsTests\\Own', 'On', '1', 'nvcsp64')");
+    package.Sql(L"CREATE TABLE `RegReaders` (`Type` CHAR(72) NOT NULL, `Name` CHAR(255) NOT NULL, "
+                L"`Parameter` CHAR(72) NOT NULL, `Value` CHAR(0), `Component_` CHAR(72) NOT NULL, "
+                L"`Condition` CHAR(255), `ListProperty` CHAR(72) PRIMARY KEY `Type`, `Name`, `Parameter`)");
+    package.Sql(L"INSERT INTO `RegReaders` (`Type`, `Name`, `Parameter`, `Value`, `Component_`, `Condition`) "
+                L"VALUES (?, ?, ?, ?, ?, ?)",
+                {L"KeyCarriers", L"FAT12\\Default", L"DLL", L"nvfat12.dll", L"nvcsp64", L"1"});
+    package.Commit();
+    package.Close();
+    MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
+
+    ASSERT_EQ(MsiInstallProductW(package.path().c_str(), L""), 0u);
+    EXPECT_EQ(ReadRegistryString(HKEY_LOCAL_MACHINE, carrier, L"DLL"), L"nvfat12.dll");
+    ASSERT_EQ(MsiConfigureProductW(package.productCode().c_str(), INSTALLLEVEL_DEFAULT, INSTALLSTATE_ABSENT),
+              0u);
+    EXPECT_EQ(ReadRegistryString(HKEY_LOCAL_MACHINE, L"SOFTWARE\\SetupUtilsTests\\Own", L"On"), std::nullopt);
+    EXPECT_EQ(ReadRegistryString(HKEY_LOCAL_MACHINE, carrier, L"DLL"), L"nvfat12.dll");
+    DeleteRegistryTree(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Norvane");
 }
 
 } // namespace
