@@ -265,18 +265,21 @@ LSTATUS CopyValues(HKEY target, HKEY source, DWORD count, DWORD longestName, DWO
     return ERROR_SUCCESS;
 }
 
+// Copies the values of `source` to `target` and tells how many subkeys it has.
+LSTATUS CopyValuesCountingSubkeys(HKEY target, HKEY source, DWORD& subkeys) {
+    DWORD values = 0;
+    DWORD longestName = 0;
+    DWORD longestData = 0;
+    const LSTATUS status = RegQueryInfoKeyW(source, nullptr, nullptr, nullptr, &subkeys, nullptr, nullptr,
+                                            &values, &longestName, &longestData, nullptr, nullptr);
+    return status == ERROR_SUCCESS ? CopyValues(target, source, values, longestName, longestData) : status;
+}
+
 // Copies the values and the subkeys of `source` to `target`; subkeys are
 // opened and created in the view of `view` (0 or KEY_WOW64_64KEY).
 LSTATUS CopyTree(HKEY target, HKEY source, REGSAM view) {
     DWORD subkeys = 0;
-    DWORD values = 0;
-    DWORD longestName = 0;
-    DWORD longestData = 0;
-    LSTATUS status = RegQueryInfoKeyW(source, nullptr, nullptr, nullptr, &subkeys, nullptr, nullptr, &values,
-                                      &longestName, &longestData, nullptr, nullptr);
-    if (status == ERROR_SUCCESS) {
-        status = CopyValues(target, source, values, longestName, longestData);
-    }
+    LSTATUS status = CopyValuesCountingSubkeys(target, source, subkeys);
     for (DWORD index = 0; status == ERROR_SUCCESS && index < subkeys; ++index) {
         std::wstring name;
         RegKey from;
@@ -437,15 +440,8 @@ LONG DeleteKeyItself(HKEY key) {
 
 LSTATUS MoveKeyTree(HKEY target, HKEY source) {
     DWORD subkeys = 0;
-    DWORD values = 0;
-    DWORD longestName = 0;
-    DWORD longestData = 0;
-    LSTATUS status = RegQueryInfoKeyW(source, nullptr, nullptr, nullptr, &subkeys, nullptr, nullptr, &values,
-                                      &longestName, &longestData, nullptr, nullptr);
+    LSTATUS status = CopyValuesCountingSubkeys(target, source, subkeys);
     if (status != ERROR_SUCCESS) {
-        return status;
-    }
-    if (status = CopyValues(target, source, values, longestName, longestData); status != ERROR_SUCCESS) {
         return status;
     }
     for (DWORD index = subkeys; index-- > 0;) {

@@ -59,6 +59,14 @@ std::vector<RecordedMessage> MessageRecorder::OfType(UINT type) const {
     return selected;
 }
 
+std::vector<std::vector<std::wstring>> MessageRecorder::FieldsOf(UINT type) const {
+    std::vector<std::vector<std::wstring>> fields;
+    for (const RecordedMessage& message : OfType(type)) {
+        fields.emplace_back(message.fields.begin() + 1, message.fields.end());
+    }
+    return fields;
+}
+
 std::vector<std::wstring> MessageRecorder::InfoTexts() const {
     std::vector<std::wstring> texts;
     for (const auto& message : OfType(INSTALLMESSAGE_INFO)) {

@@ -27,6 +27,9 @@ public:
 
     const std::vector<RecordedMessage>& all() const { return messages_; }
     std::vector<RecordedMessage> OfType(UINT type) const;
+    // Fields 1 and up of each message of `type` (field 0, the template, is
+    // the installer's own for errors).
+    std::vector<std::vector<std::wstring>> FieldsOf(UINT type) const;
     // Field 0 and 1 of the information messages, joined as the installer would format them.
     std::vector<std::wstring> InfoTexts() const;
     // Names of the actions the installer reported as started, in order.

@@ -305,13 +305,7 @@ TEST_F(KSInstInstallTest, InstallsAdvancesProgressAndReportsFailureAs555) {
         messages.Clear();
         return library.Action("KSInstInstall")(session.get());
     };
-    auto fields = [&](UINT type) { // fields 1 and up of each message of `type`
-        std::vector<Lines> all;
-        for (const auto& message : messages.OfType(type)) {
-            all.emplace_back(message.fields.begin() + 1, message.fields.end());
-        }
-        return all;
-    };
+    auto fields = [&](UINT type) { return messages.FieldsOf(type); };
     const std::vector<Lines> progress{{L"1", L"0", L"0", L"0"}, {L"2", L"3000000", L"0", L"0"}};
     const std::wstring sep(1, L'\x0001'), prefix = folder_ + sep + L"ksinst.inf" + sep + kId;
     const std::wstring flagsAndTicks = sep + L"0" + sep + L"3000000";

@@ -55,14 +55,7 @@ protected:
         return library_.Action("MigrateReaders")(session_->get());
     }
 
-    // Fields 1 to 4 of each error message.
-    Rows Errors() const {
-        Rows errors;
-        for (const auto& message : messages_.OfType(INSTALLMESSAGE_ERROR)) {
-            errors.emplace_back(message.fields.begin() + 1, message.fields.end());
-        }
-        return errors;
-    }
+    Rows Errors() const { return messages_.FieldsOf(INSTALLMESSAGE_ERROR); }
 
     SetupUtilsLibrary library_;
     std::unique_ptr<TestPackage> package_;

@@ -82,14 +82,7 @@ protected:
         return Sorted(rows);
     }
 
-    // Fields 1 to 4 of each error message, in order.
-    Rows Errors() const {
-        Rows errors;
-        for (const auto& message : messages_.OfType(INSTALLMESSAGE_ERROR)) {
-            errors.emplace_back(message.fields.begin() + 1, message.fields.end());
-        }
-        return errors;
-    }
+    Rows Errors() const { return messages_.FieldsOf(INSTALLMESSAGE_ERROR); }
 
     SetupUtilsLibrary library_;
     TestPackage package_;

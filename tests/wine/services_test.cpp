@@ -120,10 +120,8 @@ TEST_F(MsiCreateServiceTest, HelperStartsOnDemandOthersAutomaticallyAndADuplicat
     EXPECT_TRUE(Errors().empty());
 
     EXPECT_EQ(Run("MsiCreateService", L"nvcsp/Again"), kFailure);
-    const std::vector<RecordedMessage> errors = Errors();
-    ASSERT_EQ(errors.size(), 1u);
-    EXPECT_EQ(std::vector<std::wstring>(errors[0].fields.begin() + 1, errors[0].fields.end()),
-              (std::vector<std::wstring>{L"1923", L"nvcsp", L"1073"}));
+    EXPECT_EQ(session_.messages().FieldsOf(INSTALLMESSAGE_ERROR),
+              (std::vector<std::vector<std::wstring>>{{L"1923", L"nvcsp", L"1073"}}));
     EXPECT_EQ(Config(L"nvcsp"), L"0x110 2 1" + hostAndGroup) << "the service there stays as it was";
 }
 
