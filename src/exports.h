@@ -7,12 +7,24 @@
 extern "C" {
 
 // Custom actions: one installation handle in, a Windows Installer status out.
+UINT WINAPI AddNVCertStore(MSIHANDLE session);
 UINT WINAPI AddRemovedComponents(MSIHANDLE session);
 UINT WINAPI AllAppPackageSecurity(MSIHANDLE session);
+UINT WINAPI AnotherCSPDetected(MSIHANDLE session);
+UINT WINAPI CheckDll(MSIHANDLE session);
 UINT WINAPI CheckModeOff(MSIHANDLE session);
 UINT WINAPI CheckModeOn(MSIHANDLE session);
+UINT WINAPI CheckVipNet(MSIHANDLE session);
+UINT WINAPI ClearWrongMachineCertificateProperties(MSIHANDLE session);
+UINT WINAPI ClearWrongUserCertificateProperties(MSIHANDLE session);
+UINT WINAPI DelAllReg(MSIHANDLE session);
+UINT WINAPI DelNVCSPs(MSIHANDLE session);
 UINT WINAPI EnableInteractiveServices(MSIHANDLE session);
+UINT WINAPI FixDefaultProvider(MSIHANDLE session);
+UINT WINAPI FixPrivateKeyLinks(MSIHANDLE session);
 UINT WINAPI HiberbootDisable(MSIHANDLE session);
+UINT WINAPI InitializeHardRng(MSIHANDLE session);
+UINT WINAPI InitializeHardRngUser(MSIHANDLE session);
 UINT WINAPI KSCheckDeleteFlag(MSIHANDLE session);
 UINT WINAPI KSCleanup(MSIHANDLE session);
 UINT WINAPI KSInstCleanUp(MSIHANDLE session);
@@ -27,12 +39,15 @@ UINT WINAPI NvnRelocate(MSIHANDLE session);
 UINT WINAPI NvnRevert(MSIHANDLE session);
 UINT WINAPI NvnUnlink(MSIHANDLE session);
 UINT WINAPI ProcessRegReaders(MSIHANDLE session);
+UINT WINAPI RegCreateSlot0Entry(MSIHANDLE session);
 UINT WINAPI SetNoInteractiveServices(MSIHANDLE session);
 UINT WINAPI SetRegistryLow(MSIHANDLE session);
 UINT WINAPI SetSCardSvrAutoStart(MSIHANDLE session);
+UINT WINAPI SetupCSPTest(MSIHANDLE session);
 UINT WINAPI SslRegInstall(MSIHANDLE session);
 UINT WINAPI SslRegister(MSIHANDLE session);
 UINT WINAPI SslRegRollback(MSIHANDLE session); // also exported as SslRegUninstall
+UINT WINAPI StrengthenedKeyWarning(MSIHANDLE session);
 UINT WINAPI TlsRegUninstall(MSIHANDLE session);
 UINT WINAPI UnHookSystem(MSIHANDLE session);
 UINT WINAPI UninstallSmartCard(MSIHANDLE session);

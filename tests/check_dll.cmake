@@ -32,13 +32,16 @@ foreach(line IN LISTS imports)
   message(STATUS "imports ${name}")
 endforeach()
 
-set(exports AddRemovedComponents AllAppPackageSecurity CheckModeOff CheckModeOn
-    EnableInteractiveServices HiberbootDisable KSCheckDeleteFlag KSCleanup KSInstallW KSInstallWW
-    KSInstCleanUp KSInstInstall KSInstRollback KSInstUninstall KSProcess KSUninstallW KSUninstallWW
-    MigrateReaders MsiCreateService MsiCreateServiceRollback NvnLink NvnRelocate NvnRevert NvnUnlink
-    ProcessRegReaders RunDllW SetNoInteractiveServices SetRegistryLow SetSCardSvrAutoStart
-    SslRegInstall SslRegister SslRegRollback SslRegUninstall TlsRegUninstall UnHookSystem
-    UninstallSmartCard UnprotectService UpdateSystemIntegrity)
+set(exports AddNVCertStore AddRemovedComponents AllAppPackageSecurity AnotherCSPDetected CheckDll
+    CheckModeOff CheckModeOn CheckVipNet ClearWrongMachineCertificateProperties
+    ClearWrongUserCertificateProperties DelAllReg DelNVCSPs EnableInteractiveServices
+    FixDefaultProvider FixPrivateKeyLinks HiberbootDisable InitializeHardRng InitializeHardRngUser
+    KSCheckDeleteFlag KSCleanup KSInstallW KSInstallWW KSInstCleanUp KSInstInstall KSInstRollback
+    KSInstUninstall KSProcess KSUninstallW KSUninstallWW MigrateReaders MsiCreateService
+    MsiCreateServiceRollback NvnLink NvnRelocate NvnRevert NvnUnlink ProcessRegReaders
+    RegCreateSlot0Entry RunDllW SetNoInteractiveServices SetRegistryLow SetSCardSvrAutoStart
+    SetupCSPTest SslRegInstall SslRegister SslRegRollback SslRegUninstall StrengthenedKeyWarning
+    TlsRegUninstall UnHookSystem UninstallSmartCard UnprotectService UpdateSystemIntegrity)
 foreach(name IN LISTS exports)
   if(NOT dump MATCHES "\\] ${name}\n")
     message(FATAL_ERROR "does not export ${name}")
