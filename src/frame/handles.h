@@ -2,6 +2,7 @@
 #pragma once
 
 #include <windows.h>
+#include <wincrypt.h>
 #include <msi.h>
 #include <msiquery.h>
 #include <setupapi.h>
@@ -73,6 +74,27 @@ struct AllocatedSidTraits {
     static void Close(Handle handle) { FreeSid(handle); }
 };
 
+// Provider contexts from CryptAcquireContextW.
+struct CryptContextTraits {
+    using Handle = HCRYPTPROV;
+    static Handle Invalid() { return 0; }
+    static void Close(Handle handle) { CryptReleaseContext(handle, 0); }
+};
+
+// Certificate stores from CertOpenStore.
+struct CertStoreTraits {
+    using Handle = HCERTSTORE;
+    static Handle Invalid() { return nullptr; }
+    static void Close(Handle handle) { CertCloseStore(handle, 0); }
+};
+
+// Certificate contexts kept beyond the walk of their store.
+struct CertContextTraits {
+    using Handle = PCCERT_CONTEXT;
+    static Handle Invalid() { return nullptr; }
+    static void Close(Handle handle) { CertFreeCertificateContext(handle); }
+};
+
 using MsiHandle = UniqueHandle<MsiHandleTraits>;
 using RegKey = UniqueHandle<RegKeyTraits>;
 using ServiceHandle = UniqueHandle<ServiceHandleTraits>;
@@ -84,5 +106,8 @@ using FileHandle = UniqueHandle<FileHandleTraits>;
 using FindHandle = UniqueHandle<FindHandleTraits>;
 using FileQueue = UniqueHandle<FileQueueTraits>;
 using AllocatedSid = UniqueHandle<AllocatedSidTraits>;
+using CertStore = UniqueHandle<CertStoreTraits>;
+using CertContext = UniqueHandle<CertContextTraits>;
+using CryptContext = UniqueHandle<CryptContextTraits>;
 
 } // namespace setuputils

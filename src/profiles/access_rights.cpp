@@ -138,24 +138,30 @@ LocalMemory LowIntegrityLabelDescriptor() {
     return descriptor;
 }
 
-LSTATUS SetKeyOwnerAndDacl(const std::wstring& path, PSECURITY_DESCRIPTOR ownerDescriptor,
-                           PSECURITY_DESCRIPTOR daclDescriptor) {
-    {
-        RegKey key;
-        LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, WRITE_OWNER, key.put());
-        if (status == ERROR_SUCCESS) {
-            status = RegSetKeySecurity(key.get(), OWNER_SECURITY_INFORMATION, ownerDescriptor);
-        }
-        if (status != ERROR_SUCCESS) {
-            return status;
-        }
+namespace {
+
+// Opens the HKLM key `path` with `access` alone and sets `part` of its security
+// from `descriptor`; a missing descriptor is a bad argument.
+LSTATUS SetKeySecurityPart(const std::wstring& path, REGSAM access, SECURITY_INFORMATION part,
+                           PSECURITY_DESCRIPTOR descriptor) {
+    if (descriptor == nullptr) {
+        return ERROR_INVALID_PARAMETER;
     }
     RegKey key;
-    LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, WRITE_DAC, key.put());
+    LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, access, key.put());
     if (status == ERROR_SUCCESS) {
-        status = RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, daclDescriptor);
+        status = RegSetKeySecurity(key.get(), part, descriptor);
     }
     return status;
+}
+
+} // namespace
+
+LSTATUS SetKeyOwnerAndDacl(const std::wstring& path, PSECURITY_DESCRIPTOR ownerDescriptor,
+                           PSECURITY_DESCRIPTOR daclDescriptor) {
+    const LSTATUS owner = SetKeySecurityPart(path, WRITE_OWNER, OWNER_SECURITY_INFORMATION, ownerDescriptor);
+    const LSTATUS dacl = SetKeySecurityPart(path, WRITE_DAC, DACL_SECURITY_INFORMATION, daclDescriptor);
+    return owner != ERROR_SUCCESS ? owner : dacl;
 }
 
 } // namespace setuputils

@@ -38,7 +38,9 @@ DWORD MergeAppPackagesEntry(PACL current, LocalMemory& merged);
 LocalMemory LowIntegrityLabelDescriptor();
 
 // Sets the owner of the HKLM key `path` from `ownerDescriptor`, then its
-// access list from `daclDescriptor`. Returns the first registry error.
+// access list from `daclDescriptor`, each through a key opened for that change
+// alone; the access list is set even when the owner could not be. A null
+// descriptor fails its half with ERROR_INVALID_PARAMETER. Returns the first error.
 LSTATUS SetKeyOwnerAndDacl(const std::wstring& path, PSECURITY_DESCRIPTOR ownerDescriptor,
                            PSECURITY_DESCRIPTOR daclDescriptor);
 

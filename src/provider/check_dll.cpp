@@ -1,6 +1,47 @@
-// TODO: not yet built.
-#include "exports.h"
+// CheckDll (immediate): checks that the system libraries the provider needs
+// load. The first one that does not is reported as the package's error 6666
+// with its name and the error, and nothing else is tried; when all load,
+// "CHECKDLLRESULT64" is set to "1". The package decides by that property.
+#include <windows.h>
+#include <msiquery.h>
 
-extern "C" UINT WINAPI CheckDll(MSIHANDLE) {
-    return ERROR_SUCCESS;
+#include "exports.h"
+#include "frame/action_guard.h"
+#include "frame/handles.h"
+#include "frame/session.h"
+
+namespace setuputils {
+namespace {
+
+constexpr int kErrorMissingLibrary = 6666;
+// Reported when the loader leaves no error of its own.
+constexpr DWORD kUnknownLoadError = ERROR_INVALID_LIBRARY; // 4301
+constexpr const wchar_t* kRequiredLibraries[] = {L"winscard.dll", L"setupapi.dll", L"secur32.dll",
+                                                 L"crypt32.dll"};
+
+void ReportMissingLibrary(MSIHANDLE session, const wchar_t* library, DWORD error) {
+    MsiHandle record(MsiCreateRecord(3));
+    MsiRecordSetInteger(record.get(), 1, kErrorMissingLibrary);
+    MsiRecordSetStringW(record.get(), 2, library);
+    MsiRecordSetInteger(record.get(), 3, static_cast<int>(error != 0 ? error : kUnknownLoadError));
+    MsiProcessMessage(session, kMessageError, record.get());
+}
+
+void Check(MSIHANDLE session) {
+    for (const wchar_t* library : kRequiredLibraries) {
+        HMODULE module = LoadLibraryW(library);
+        if (module == nullptr) {
+            ReportMissingLibrary(session, library, GetLastError());
+            return;
+        }
+        FreeLibrary(module);
+    }
+    SetProperty(session, L"CHECKDLLRESULT64", L"1");
+}
+
+} // namespace
+} // namespace setuputils
+
+extern "C" UINT WINAPI CheckDll(MSIHANDLE session) {
+    return setuputils::RunActionThatNeverFails(session, L"CheckDll", [&] { setuputils::Check(session); });
 }

@@ -1,6 +1,61 @@
-// TODO: not yet built.
-#include "exports.h"
+// SetupCSPTest (deferred; CustomActionData: a command line): runs the
+// provider's self-test program and waits for it to end. Its exit code does
+// not matter; only a program that cannot be started or waited for fails the
+// installation (1603).
+#include <windows.h>
+#include <msiquery.h>
 
-extern "C" UINT WINAPI SetupCSPTest(MSIHANDLE) {
+#include "exports.h"
+#include "frame/action_guard.h"
+#include "frame/handles.h"
+#include "frame/session.h"
+
+namespace setuputils {
+namespace {
+
+constexpr wchar_t kAction[] = L"SetupCSPTest";
+constexpr DWORD kCommandLineLength = 260;
+constexpr int kErrorTestRun = 25030;
+
+void ReportTestRunError(MSIHANDLE session) {
+    MsiHandle record(MsiCreateRecord(1));
+    MsiRecordSetInteger(record.get(), 1, kErrorTestRun);
+    MsiProcessMessage(session, kMessageError, record.get());
+}
+
+UINT RunSelfTest(MSIHANDLE session) {
+    wchar_t commandLine[kCommandLineLength] = L"";
+    DWORD length = kCommandLineLength;
+    if (const UINT status = MsiGetPropertyW(session, L"CustomActionData", commandLine, &length);
+        status != ERROR_SUCCESS) {
+        ReportActionError(session, kAction, L"MsiGetProperty", status);
+        return ERROR_INSTALL_FAILURE;
+    }
+    ReportInfo(session, commandLine);
+    ReportInfo(session, L"CreateProcess()...");
+    STARTUPINFOW startup{};
+    startup.cb = sizeof(startup);
+    PROCESS_INFORMATION started{};
+    if (!CreateProcessW(nullptr, commandLine, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                        &started)) {
+        ReportInfo(session, L"CreateProcess() failed: [1]", static_cast<int>(GetLastError()));
+        ReportTestRunError(session);
+        return ERROR_INSTALL_FAILURE;
+    }
+    KernelHandle process(started.hProcess);
+    KernelHandle thread(started.hThread);
+    ReportInfo(session, L"WaitForSingleObject()...");
+    if (WaitForSingleObject(process.get(), INFINITE) == WAIT_FAILED) {
+        ReportActionError(session, kAction, L"WaitForSingleObject", GetLastError());
+        return ERROR_INSTALL_FAILURE;
+    }
     return ERROR_SUCCESS;
+}
+
+} // namespace
+} // namespace setuputils
+
+extern "C" UINT WINAPI SetupCSPTest(MSIHANDLE session) {
+    return setuputils::GuardAction(session, setuputils::kAction,
+                                   [&] { return setuputils::RunSelfTest(session); });
 }
