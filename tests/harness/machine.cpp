@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include <sddl.h>
 #include <shlwapi.h>
 
 #include "frame/handles.h"
@@ -75,6 +76,15 @@ void WriteRegistryDword(HKEY root, const std::wstring& path, const std::wstring&
     RegKey key = CreateKey(root, path);
     RegSetValueExW(key.get(), name.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value),
                    sizeof(value));
+}
+
+LSTATUS SetKeyDacl(const std::wstring& path, const wchar_t* sddl) {
+    setuputils::LocalMemory descriptor;
+    ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl, SDDL_REVISION_1,
+                                                         reinterpret_cast<void**>(descriptor.put()), nullptr);
+    RegKey key;
+    RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, WRITE_DAC, key.put());
+    return RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, descriptor.get());
 }
 
 std::optional<RegistryData> ReadRegistryValue(HKEY root, const std::wstring& path, const std::wstring& name) {

@@ -183,57 +183,15 @@ namespace {
 
 MessageBoxCallRecorder* g_recorder = nullptr;
 
-// The import address table entry through which `module` calls `dll`!`function`.
-void** FindImport(HMODULE module, const char* dll, const char* function) {
-    auto* base = reinterpret_cast<BYTE*>(module);
-    const auto* dos = reinterpret_cast<const IMAGE_DOS_HEADER*>(base);
-    const auto* nt = reinterpret_cast<const IMAGE_NT_HEADERS*>(base + dos->e_lfanew);
-    const IMAGE_DATA_DIRECTORY& directory = nt->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
-    if (directory.VirtualAddress == 0) {
-        return nullptr;
-    }
-    for (auto* import = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(base + directory.VirtualAddress);
-         import->Name != 0; ++import) {
-        if (lstrcmpiA(reinterpret_cast<const char*>(base + import->Name), dll) != 0) {
-            continue;
-        }
-        auto* names = reinterpret_cast<IMAGE_THUNK_DATA*>(base + import->OriginalFirstThunk);
-        auto* addresses = reinterpret_cast<IMAGE_THUNK_DATA*>(base + import->FirstThunk);
-        for (; names->u1.AddressOfData != 0; ++names, ++addresses) {
-            if (IMAGE_SNAP_BY_ORDINAL(names->u1.Ordinal)) {
-                continue;
-            }
-            const auto* byName =
-                reinterpret_cast<const IMAGE_IMPORT_BY_NAME*>(base + names->u1.AddressOfData);
-            if (strcmp(reinterpret_cast<const char*>(byName->Name), function) == 0) {
-                return reinterpret_cast<void**>(&addresses->u1.Function);
-            }
-        }
-    }
-    return nullptr;
-}
-
-void WriteSlot(void** slot, void* value) {
-    DWORD protection = 0;
-    VirtualProtect(slot, sizeof(void*), PAGE_READWRITE, &protection);
-    *slot = value;
-    VirtualProtect(slot, sizeof(void*), protection, &protection);
-}
-
 } // namespace
 
 MessageBoxCallRecorder::MessageBoxCallRecorder(HMODULE module)
-    : slot_(FindImport(module, "user32.dll", "MessageBoxW")) {
-    if (slot_ == nullptr) {
-        throw std::runtime_error("the module does not import user32!MessageBoxW");
-    }
-    original_ = *slot_;
+    : redirect_(module, "user32.dll", "MessageBoxW",
+                reinterpret_cast<void*>(&MessageBoxCallRecorder::Record)) {
     g_recorder = this;
-    WriteSlot(slot_, reinterpret_cast<void*>(&MessageBoxCallRecorder::Record));
 }
 
 MessageBoxCallRecorder::~MessageBoxCallRecorder() {
-    WriteSlot(slot_, original_);
     g_recorder = nullptr;
 }
 
@@ -249,8 +207,8 @@ int WINAPI MessageBoxCallRecorder::Record(HWND owner, LPCWSTR text, LPCWSTR capt
         self->calls_.push_back(
             {owner, text != nullptr ? text : L"", caption != nullptr ? caption : L"", style});
     }
-    return reinterpret_cast<int(WINAPI*)(HWND, LPCWSTR, LPCWSTR, UINT)>(self->original_)(owner, text, caption,
-                                                                                         style);
+    return self->redirect_.original<int(WINAPI*)(HWND, LPCWSTR, LPCWSTR, UINT)>()(owner, text, caption,
+                                                                                  style);
 }
 
 } // namespace harness

@@ -30,6 +30,8 @@
 
 #include <windows.h>
 
+#include "import_redirect.h"
+
 namespace harness {
 
 struct MessageBoxSeen {
@@ -89,8 +91,7 @@ public:
 private:
     static int WINAPI Record(HWND owner, LPCWSTR text, LPCWSTR caption, UINT style);
 
-    void** slot_ = nullptr; // the import address table entry
-    void* original_ = nullptr;
+    ImportRedirect redirect_;
     mutable std::mutex mutex_;
     std::vector<MessageBoxCall> calls_;
 };

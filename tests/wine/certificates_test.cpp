@@ -26,6 +26,7 @@
 #include <sddl.h>
 
 #include "action_session.h"
+#include "import_redirect.h"
 #include "machine.h"
 #include "profiles/access_rights.h"
 
@@ -71,48 +72,6 @@ BOOL WINAPI RecordAdd(HCERTSTORE store, PCCERT_CONTEXT certificate, DWORD dispos
     g_calls.push_back(Serial(certificate) + L" add " + std::to_wstring(disposition));
     return CertAddCertificateContextToStore(store, certificate, disposition, added);
 }
-
-// The import address slot of a crypt32 function in setuputils.dll.
-void** Crypt32ImportSlot(const char* function) {
-    auto* base = reinterpret_cast<BYTE*>(GetModuleHandleW(L"setuputils.dll"));
-    const auto* headers =
-        reinterpret_cast<const IMAGE_NT_HEADERS*>(base + reinterpret_cast<IMAGE_DOS_HEADER*>(base)->e_lfanew);
-    const DWORD imports = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
-    for (auto* dll = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(base + imports); dll->Name != 0; ++dll) {
-        if (lstrcmpiA(reinterpret_cast<const char*>(base + dll->Name), "crypt32.dll") != 0) {
-            continue;
-        }
-        auto* slot = reinterpret_cast<IMAGE_THUNK_DATA*>(base + dll->FirstThunk);
-        for (auto* name = reinterpret_cast<IMAGE_THUNK_DATA*>(base + dll->OriginalFirstThunk);
-             name->u1.AddressOfData != 0; ++name, ++slot) {
-            const auto* byName = reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(base + name->u1.AddressOfData);
-            if (!IMAGE_SNAP_BY_ORDINAL(name->u1.Ordinal) && strcmp(byName->Name, function) == 0) {
-                return reinterpret_cast<void**>(&slot->u1.Function);
-            }
-        }
-    }
-    throw std::runtime_error(std::string("setuputils.dll does not import ") + function);
-}
-
-// Points an import of setuputils.dll at `replacement` while it lives.
-class ImportRedirect {
-public:
-    ImportRedirect(const char* function, void* replacement) : slot_(Crypt32ImportSlot(function)) {
-        original_ = Swap(replacement);
-    }
-    ~ImportRedirect() { Swap(original_); }
-
-private:
-    void* Swap(void* value) {
-        DWORD protection = 0;
-        VirtualProtect(slot_, sizeof(value), PAGE_READWRITE, &protection);
-        std::swap(*slot_, value);
-        VirtualProtect(slot_, sizeof(value), protection, &protection);
-        return value;
-    }
-    void** slot_;
-    void* original_ = nullptr;
-};
 
 std::vector<BYTE> Encode(LPCSTR type, const void* value) {
     DWORD size = 0;
@@ -232,9 +191,11 @@ protected:
     }
 
     ActionSession session_;
-    ImportRedirect setProperty_{"CertSetCertificateContextProperty",
+    const HMODULE library_ = GetModuleHandleW(L"setuputils.dll");
+    ImportRedirect setProperty_{library_, "crypt32.dll", "CertSetCertificateContextProperty",
                                 reinterpret_cast<void*>(&RecordSetProperty)};
-    ImportRedirect add_{"CertAddCertificateContextToStore", reinterpret_cast<void*>(&RecordAdd)};
+    ImportRedirect add_{library_, "crypt32.dll", "CertAddCertificateContextToStore",
+                        reinterpret_cast<void*>(&RecordAdd)};
 };
 
 // Stores that do not exist (none of My, Root, CA of the user does in a fresh

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "import_redirect.h"
 #include "library.h"
 #include "machine.h"
 #include "message_recorder.h"
@@ -117,32 +118,12 @@ TEST_F(MigrateReadersTest, KeyStorePathIsCutBeforeTheStoreFolder) {
 }
 
 // Points setuputils.dll's import of `from` at `to`.
-void RedirectImport(void* from, void* to) {
-    auto* base = reinterpret_cast<BYTE*>(GetModuleHandleW(L"setuputils.dll"));
-    auto* headers =
-        reinterpret_cast<IMAGE_NT_HEADERS*>(base + reinterpret_cast<IMAGE_DOS_HEADER*>(base)->e_lfanew);
-    auto* dll = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(
-        base + headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress);
-    for (; dll->Name != 0; ++dll) {
-        for (auto* entry = reinterpret_cast<IMAGE_THUNK_DATA*>(base + dll->FirstThunk);
-             entry->u1.Function != 0; ++entry) {
-            if (entry->u1.Function == reinterpret_cast<ULONG_PTR>(from)) {
-                DWORD protection = 0;
-                VirtualProtect(&entry->u1.Function, sizeof(ULONG_PTR), PAGE_READWRITE, &protection);
-                entry->u1.Function = reinterpret_cast<ULONG_PTR>(to);
-                VirtualProtect(&entry->u1.Function, sizeof(ULONG_PTR), protection, &protection);
-                return;
-            }
-        }
-    }
-    ADD_FAILURE() << "setuputils.dll does not import the function";
-}
-
 using RecordGetString = UINT(WINAPI*)(MSIHANDLE, UINT, LPWSTR, LPDWORD);
-RecordGetString realRecordGetString = nullptr;
+const ImportRedirect* g_recordGetString = nullptr;
 
 UINT WINAPI FailConditionRead(MSIHANDLE record, UINT field, LPWSTR text, LPDWORD size) {
-    return field == 3 ? ERROR_INVALID_PARAMETER : realRecordGetString(record, field, text, size);
+    return field == 3 ? ERROR_INVALID_PARAMETER
+                      : g_recordGetString->original<RecordGetString>()(record, field, text, size);
 }
 
 // Wine's engine cannot produce a record whose text read fails through this
@@ -152,12 +133,13 @@ UINT WINAPI FailConditionRead(MSIHANDLE record, UINT field, LPWSTR text, LPDWORD
 TEST_F(MigrateReadersTest, UnreadableRecordIsReportedTwiceAndReturned) {
     NewPackage({{L"KeyCarriers", L"X\\Default", L"PROPX"}});
     AddKey(L"KeyCarriers\\X\\Default");
-    realRecordGetString = reinterpret_cast<RecordGetString>(
-        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"msi.dll"), "MsiRecordGetStringW")));
-
-    RedirectImport(reinterpret_cast<void*>(realRecordGetString), reinterpret_cast<void*>(&FailConditionRead));
-    const UINT status = Run();
-    RedirectImport(reinterpret_cast<void*>(&FailConditionRead), reinterpret_cast<void*>(realRecordGetString));
+    UINT status = 0;
+    {
+        const ImportRedirect failingRead(GetModuleHandleW(L"setuputils.dll"), "msi.dll",
+                                         "MsiRecordGetStringW", reinterpret_cast<void*>(&FailConditionRead));
+        g_recordGetString = &failingRead;
+        status = Run();
+    }
 
     EXPECT_EQ(status, static_cast<UINT>(ERROR_INVALID_PARAMETER));
     EXPECT_EQ(Errors(), (Rows{{L"666", L"MigrateReaders", L"RecordGetString() fail", L"87"},

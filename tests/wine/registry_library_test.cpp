@@ -80,13 +80,6 @@ std::wstring DaclText(const std::wstring& path) {
     return AclText(acl);
 }
 
-LSTATUS SetKeyDacl(const std::wstring& path, const wchar_t* sddl) {
-    LocalMemory descriptor;
-    ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl, 1, reinterpret_cast<void**>(descriptor.put()),
-                                                         nullptr);
-    return RegSetKeySecurity(OpenKey(path, WRITE_DAC).get(), DACL_SECURITY_INFORMATION, descriptor.get());
-}
-
 std::wstring Text(const RegistryValue& value) {
     std::wstring text(reinterpret_cast<const wchar_t*>(value.data.data()),
                       value.data.size() / sizeof(wchar_t));

@@ -48,15 +48,6 @@ std::optional<std::wstring> AwaitVerifierRun(const std::wstring& image) {
     return run();
 }
 
-LSTATUS SetKeyDacl(const std::wstring& path, const wchar_t* sddl) {
-    LocalMemory descriptor;
-    ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl, 1, reinterpret_cast<void**>(descriptor.put()),
-                                                         nullptr);
-    RegKey key;
-    RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, WRITE_DAC, key.put());
-    return RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, descriptor.get());
-}
-
 class SystemIntegrityTest : public ::testing::Test {
 protected:
     // Only the messages of the actions count, not the session's opening line.
