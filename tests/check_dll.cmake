@@ -32,16 +32,20 @@ foreach(line IN LISTS imports)
   message(STATUS "imports ${name}")
 endforeach()
 
-set(exports AddNVCertStore AddRemovedComponents AllAppPackageSecurity AnotherCSPDetected CheckDll
-    CheckModeOff CheckModeOn CheckVipNet ClearWrongMachineCertificateProperties
-    ClearWrongUserCertificateProperties DelAllReg DelNVCSPs EnableInteractiveServices
-    FixDefaultProvider FixPrivateKeyLinks HiberbootDisable InitializeHardRng InitializeHardRngUser
-    KSCheckDeleteFlag KSCleanup KSInstallW KSInstallWW KSInstCleanUp KSInstInstall KSInstRollback
-    KSInstUninstall KSProcess KSUninstallW KSUninstallWW MigrateReaders MsiCreateService
-    MsiCreateServiceRollback NvnLink NvnRelocate NvnRevert NvnUnlink ProcessRegReaders
-    RegCreateSlot0Entry RunDllW SetNoInteractiveServices SetRegistryLow SetSCardSvrAutoStart
-    SetupCSPTest SslRegInstall SslRegister SslRegRollback SslRegUninstall StrengthenedKeyWarning
-    TlsRegUninstall UnHookSystem UninstallSmartCard UnprotectService UpdateSystemIntegrity)
+set(exports AddNewFeatures AddNVCertStore AddRemovedComponents AllAppPackageSecurity
+    AnotherCSPDetected CheckDll CheckModeOff CheckModeOn CheckVipNet
+    ClearWrongMachineCertificateProperties ClearWrongUserCertificateProperties DelAllReg
+    DeleteShortcuts DelNVCryptographyKey DelNVCSPs EnableInteractiveServices FixDefaultProvider
+    FixPrivateKeyLinks GetCSPProgramW6432Dir GetOldRPProductID GetOldWLProductID HiberbootDisable
+    HideNVCSPRIfInstalled HideNVCSPRIfKC InitializeHardRng InitializeHardRngUser KSCheckDeleteFlag
+    KSCleanup KSInstallW KSInstallWW KSInstCleanUp KSInstInstall KSInstRollback KSInstUninstall
+    KSProcess KSUninstallW KSUninstallWW MigrateReaders MsiCreateService MsiCreateServiceRollback
+    MsiGetShortPathName NvnLink NvnRelocate NvnRevert NvnUnlink NVRegisterUser ProcessPropertyEx
+    ProcessRegReaders RebuildIconCache RegCreateSlot0Entry RemoveAppPaths RunDllW
+    SetNoInteractiveServices SetRegistryLow SetRunOnceEveryone SetSCardSvrAutoStart SetupCSPTest
+    SslRegInstall SslRegister SslRegRollback SslRegUninstall StrengthenedKeyWarning TlsRegUninstall
+    UnHookSystem UninstallCSP2 UninstallSmartCard UninstallTLS2 UnprotectService
+    UpdateSystemIntegrity)
 foreach(name IN LISTS exports)
   if(NOT dump MATCHES "\\] ${name}\n")
     message(FATAL_ERROR "does not export ${name}")

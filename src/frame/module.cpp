@@ -1,4 +1,4 @@
-// Module start-up and the entry points that do nothing.
+// Module start-up and the rundll32 entry that does nothing.
 #include "exports.h"
 
 BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID /*reserved*/) {
@@ -11,8 +11,3 @@ BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID /*reserved*/) {
 // rundll32 entry kept for the package's command lines; it has nothing to do.
 extern "C" void CALLBACK RunDllW(HWND /*window*/, HINSTANCE /*instance*/, LPWSTR /*commandLine*/,
                                  int /*show*/) {}
-
-// Kept for packages that schedule it; there is nothing to add.
-extern "C" UINT WINAPI AddRemovedComponents(MSIHANDLE /*session*/) {
-    return ERROR_SUCCESS;
-}

@@ -34,4 +34,17 @@ inline constexpr const wchar_t* kConflictingProductCodes[] = {
     L"{0876010A-DB90-408D-A916-A9F964889CF2}",
 };
 
+// Product codes of the earlier editions of this provider whose application
+// paths RemoveAppPaths cleans up along with the package's own.
+inline constexpr const wchar_t* kEarlierEditionProductCodes[] = {
+    L"{5E2B7C41-0A9D-4F63-B8E1-7C24D9A0F356}",
+    L"{93D0A6F2-4C1B-4E87-A25D-E61F0B8C7A49}",
+    L"{C47F1D28-6B3E-4A90-9D52-08AE7F3B1C64}",
+};
+
+// The component code AddNewFeatures asks about in the package's own product
+// before it selects "nvcspr1"; the same value as the third earlier edition's
+// product code.
+inline constexpr wchar_t kNewFeaturesProbeComponent[] = L"{C47F1D28-6B3E-4A90-9D52-08AE7F3B1C64}";
+
 } // namespace setuputils

@@ -1,0 +1,6 @@
+// TODO: not built yet.
+#include "exports.h"
+
+extern "C" UINT WINAPI HideNVCSPRIfKC(MSIHANDLE /*session*/) {
+    return ERROR_INSTALL_FAILURE;
+}

@@ -1,0 +1,51 @@
+#include "profiles/user_run_once.h"
+
+#include <vector>
+
+#include <windows.h>
+
+#include "frame/handles.h"
+
+namespace setuputils {
+namespace {
+
+constexpr wchar_t kRunOnceBelowUser[] = L"\\Software\\Microsoft\\Windows\\CurrentVersion\\RunOnce";
+
+void UpdateRunOnce(const std::wstring& sid, const RunOnceRequest& request,
+                   const RunOnceUserFilter& shouldWrite) {
+    RegKey runOnce;
+    if (RegOpenKeyExW(HKEY_USERS, (sid + kRunOnceBelowUser).c_str(), 0, KEY_SET_VALUE, runOnce.put()) !=
+        ERROR_SUCCESS) {
+        return;
+    }
+    if (request.command.empty()) {
+        RegDeleteValueW(runOnce.get(), request.entryName.c_str());
+    } else if (shouldWrite(sid)) {
+        RegSetValueExW(runOnce.get(), request.entryName.c_str(), 0, REG_SZ,
+                       reinterpret_cast<const BYTE*>(request.command.c_str()),
+                       static_cast<DWORD>((request.command.size() + 1) * sizeof(wchar_t)));
+    }
+}
+
+} // namespace
+
+void UpdateEveryUsersRunOnce(const RunOnceRequest& request, const RunOnceUserFilter& shouldWrite) {
+    RegKey users;
+    DWORD longestName = 0;
+    if (RegOpenKeyExW(HKEY_USERS, L"", 0, KEY_ALL_ACCESS, users.put()) != ERROR_SUCCESS ||
+        RegQueryInfoKeyW(users.get(), nullptr, nullptr, nullptr, nullptr, &longestName, nullptr, nullptr,
+                         nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
+        return;
+    }
+    std::vector<wchar_t> name(longestName + 1);
+    for (DWORD index = 0;; ++index) {
+        DWORD length = static_cast<DWORD>(name.size());
+        if (RegEnumKeyExW(users.get(), index, name.data(), &length, nullptr, nullptr, nullptr, nullptr) !=
+            ERROR_SUCCESS) {
+            return;
+        }
+        UpdateRunOnce(std::wstring(name.data(), length), request, shouldWrite);
+    }
+}
+
+} // namespace setuputils
