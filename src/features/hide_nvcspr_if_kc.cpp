@@ -1,6 +1,13 @@
-// TODO: not built yet.
-#include "exports.h"
+// HideNVCSPRIfKC (immediate): hides the provider feature "nvcspr" from the
+// feature tree, whatever its state.
+#include <windows.h>
+#include <msi.h>
 
-extern "C" UINT WINAPI HideNVCSPRIfKC(MSIHANDLE /*session*/) {
-    return ERROR_INSTALL_FAILURE;
+#include "exports.h"
+#include "features/hidden_provider_feature.h"
+#include "frame/action_guard.h"
+
+extern "C" UINT WINAPI HideNVCSPRIfKC(MSIHANDLE session) {
+    return setuputils::RunActionThatNeverFails(session, L"HideNVCSPRIfKC",
+                                               [&] { setuputils::HideProviderFeature(session); });
 }

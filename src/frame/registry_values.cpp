@@ -21,4 +21,18 @@ bool ReadStringValue(HKEY key, const wchar_t* name, std::wstring& value) {
     return true;
 }
 
+std::vector<std::wstring> SubkeyNames(HKEY key) {
+    // The longest name a registry key can have, and its terminator.
+    constexpr DWORD kNameChars = 255 + 1;
+    std::vector<std::wstring> names;
+    for (DWORD index = 0;; ++index) {
+        wchar_t name[kNameChars];
+        DWORD chars = kNameChars;
+        if (RegEnumKeyExW(key, index, name, &chars, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
+            return names;
+        }
+        names.emplace_back(name, chars);
+    }
+}
+
 } // namespace setuputils

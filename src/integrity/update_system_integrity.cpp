@@ -52,19 +52,10 @@ bool ReadPatchedImage(HKEY patches, const wchar_t* subkey, std::wstring& image) 
 void VerifyPatchedImages(MSIHANDLE session, const std::wstring& prefix, const std::wstring& systemDirectory,
                          const std::wstring& thirtyTwoBitDirectory) {
     RegKey patches;
-    DWORD longestSubkey = 0;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kPatchesKey, 0, KEY_READ, patches.put()) != ERROR_SUCCESS ||
-        RegQueryInfoKeyW(patches.get(), nullptr, nullptr, nullptr, nullptr, &longestSubkey, nullptr, nullptr,
-                         nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kPatchesKey, 0, KEY_READ, patches.put()) != ERROR_SUCCESS) {
         return;
     }
-    std::wstring subkey(longestSubkey + 1, L'\0');
-    for (DWORD index = 0;; ++index) {
-        DWORD length = static_cast<DWORD>(subkey.size());
-        if (RegEnumKeyExW(patches.get(), index, subkey.data(), &length, nullptr, nullptr, nullptr, nullptr) !=
-            ERROR_SUCCESS) {
-            return;
-        }
+    for (const std::wstring& subkey : SubkeyNames(patches.get())) {
         std::wstring image;
         if (!ReadPatchedImage(patches.get(), subkey.c_str(), image)) {
             continue;

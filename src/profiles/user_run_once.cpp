@@ -1,10 +1,9 @@
 #include "profiles/user_run_once.h"
 
-#include <vector>
-
 #include <windows.h>
 
 #include "frame/handles.h"
+#include "frame/registry_values.h"
 
 namespace setuputils {
 namespace {
@@ -31,20 +30,11 @@ void UpdateRunOnce(const std::wstring& sid, const RunOnceRequest& request,
 
 void UpdateEveryUsersRunOnce(const RunOnceRequest& request, const RunOnceUserFilter& shouldWrite) {
     RegKey users;
-    DWORD longestName = 0;
-    if (RegOpenKeyExW(HKEY_USERS, L"", 0, KEY_ALL_ACCESS, users.put()) != ERROR_SUCCESS ||
-        RegQueryInfoKeyW(users.get(), nullptr, nullptr, nullptr, nullptr, &longestName, nullptr, nullptr,
-                         nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
+    if (RegOpenKeyExW(HKEY_USERS, L"", 0, KEY_ALL_ACCESS, users.put()) != ERROR_SUCCESS) {
         return;
     }
-    std::vector<wchar_t> name(longestName + 1);
-    for (DWORD index = 0;; ++index) {
-        DWORD length = static_cast<DWORD>(name.size());
-        if (RegEnumKeyExW(users.get(), index, name.data(), &length, nullptr, nullptr, nullptr, nullptr) !=
-            ERROR_SUCCESS) {
-            return;
-        }
-        UpdateRunOnce(std::wstring(name.data(), length), request, shouldWrite);
+    for (const std::wstring& sid : SubkeyNames(users.get())) {
+        UpdateRunOnce(sid, request, shouldWrite);
     }
 }
 

@@ -13,6 +13,7 @@
 #include "frame/action_guard.h"
 #include "frame/handles.h"
 #include "frame/session.h"
+#include "frame/registry_values.h"
 #include "readers/reader_migration.h"
 #include "readers/reader_rows.h"
 
@@ -58,19 +59,6 @@ std::wstring ReadKeyStorePath(HKEY key) {
     return std::wstring(text, wcsnlen(text, size / sizeof(wchar_t)));
 }
 
-// The subkey names in enumeration order, up to the first one that cannot be read.
-std::vector<std::wstring> EnumerateSubkeys(HKEY key) {
-    std::vector<std::wstring> names;
-    for (DWORD index = 0;; ++index) {
-        wchar_t name[kTextChars];
-        DWORD chars = kTextChars;
-        if (RegEnumKeyExW(key, index, name, &chars, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) {
-            return names;
-        }
-        names.emplace_back(name, chars);
-    }
-}
-
 // A missing key leaves the property as the package set it.
 void MigrateEntry(MSIHANDLE session, const ReaderEntry& entry) {
     const ReaderMigration migration = DecideReaderMigration(entry.name, entry.condition);
@@ -90,7 +78,7 @@ void MigrateEntry(MSIHANDLE session, const ReaderEntry& entry) {
         SetProperty(session, kKeyStorePathProperty, KeyStorePathPrefix(ReadKeyStorePath(key.get())).c_str());
         break;
     case ReaderMigration::SubkeyList:
-        SetProperty(session, entry.condition.c_str(), JoinSubkeyList(EnumerateSubkeys(key.get())).c_str());
+        SetProperty(session, entry.condition.c_str(), JoinSubkeyList(SubkeyNames(key.get())).c_str());
         break;
     case ReaderMigration::Skip:
         break;

@@ -191,6 +191,11 @@ void TestPackage::SetProperty(const std::wstring& name, const std::wstring& valu
     Sql(L"INSERT INTO `Property` (`Property`, `Value`) VALUES (?, ?)", {name, value});
 }
 
+void TestPackage::SetProductCode(const std::wstring& productCode) {
+    Sql(L"UPDATE `Property` SET `Value` = ? WHERE `Property` = 'ProductCode'", {productCode});
+    productCode_ = productCode;
+}
+
 void TestPackage::AddDirectory(const std::wstring& directory, const std::wstring& defaultDir) {
     Sql(L"INSERT INTO `Directory` (`Directory`, `Directory_Parent`, `DefaultDir`) VALUES (?, 'TARGETDIR', ?)",
         {directory, defaultDir});
@@ -288,6 +293,38 @@ void TestPackage::Commit() {
 
 void TestPackage::Close() {
     database_.reset();
+}
+
+InstalledProduct::InstalledProduct(TestPackage& package, const std::wstring& commandLine) {
+    Install(package, commandLine);
+}
+
+InstalledProduct::InstalledProduct(const std::wstring& productCode, const std::wstring& upgradeCode,
+                                   const std::wstring& name, const std::wstring& version) {
+    TestPackage package;
+    package.AddStandardTables();
+    package.SetProductCode(productCode);
+    for (const auto& [property, value] :
+         {std::pair{L"UpgradeCode", upgradeCode}, {L"ProductName", name}, {L"ProductVersion", version}}) {
+        package.Sql(L"UPDATE `Property` SET `Value` = ? WHERE `Property` = ?", {value, property});
+    }
+    package.AddRegistryComponent(L"Main", true);
+    Install(package, L"");
+}
+
+InstalledProduct::~InstalledProduct() {
+    MsiConfigureProductW(productCode_.c_str(), INSTALLLEVEL_DEFAULT, INSTALLSTATE_ABSENT);
+}
+
+void InstalledProduct::Install(TestPackage& package, const std::wstring& commandLine) {
+    package.Commit();
+    package.Close();
+    MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
+    const UINT status = MsiInstallProductW(package.path().c_str(), commandLine.c_str());
+    if (status != ERROR_SUCCESS) {
+        throw std::runtime_error("cannot install the product: " + std::to_string(status));
+    }
+    productCode_ = package.productCode();
 }
 
 TestSession::TestSession(TestPackage& package) {

@@ -37,6 +37,8 @@ public:
     void AddDriverPackagesTable();
 
     void SetProperty(const std::wstring& name, const std::wstring& value);
+    // Replaces the product code that AddStandardTables wrote.
+    void SetProductCode(const std::wstring& productCode);
     // A directory below TARGETDIR whose target path is set by the property of its name.
     void AddDirectory(const std::wstring& directory, const std::wstring& defaultDir);
     // A component in feature `feature` (created when new) whose key file is `fileName`.
@@ -72,6 +74,24 @@ private:
     MsiHandle database_;
     std::vector<std::wstring> features_;
     int extraFiles_ = 0;
+};
+
+// A product installed through the installer, removed again when it goes.
+class InstalledProduct {
+public:
+    // Installs `package` (committed and closed here) with `commandLine`.
+    explicit InstalledProduct(TestPackage& package, const std::wstring& commandLine = L"");
+    // A product of one registry component with these identities.
+    InstalledProduct(const std::wstring& productCode, const std::wstring& upgradeCode,
+                     const std::wstring& name, const std::wstring& version = L"1.0.0");
+    ~InstalledProduct();
+    InstalledProduct(const InstalledProduct&) = delete;
+    InstalledProduct& operator=(const InstalledProduct&) = delete;
+
+private:
+    void Install(TestPackage& package, const std::wstring& commandLine);
+
+    std::wstring productCode_;
 };
 
 // A session opened in this process on a committed package.

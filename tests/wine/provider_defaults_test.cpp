@@ -212,37 +212,6 @@ TEST_F(ProviderDefaultsTest, CheckDllSetsTheResultOnlyWhenAllLoadAndReportsTheFi
     EXPECT_EQ(messages_.FieldsOf(INSTALLMESSAGE_ERROR), errors);
 }
 
-// A product installed through the installer, removed again when it goes.
-class InstalledProduct {
-public:
-    InstalledProduct(const std::wstring& productCode, const std::wstring& upgradeCode,
-                     const std::wstring& name, const std::wstring& version = L"1.0.0")
-        : productCode_(productCode) {
-        TestPackage package;
-        package.AddStandardTables();
-        for (const auto& [property, value] : {std::pair{L"ProductCode", productCode},
-                                              {L"UpgradeCode", upgradeCode},
-                                              {L"ProductName", name},
-                                              {L"ProductVersion", version}}) {
-            package.Sql(L"UPDATE `Property` SET `Value` = ? WHERE `Property` = ?", {value, property});
-        }
-        package.AddRegistryComponent(L"Main", true);
-        package.Commit();
-        package.Close();
-        MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
-        const UINT status = MsiInstallProductW(package.path().c_str(), L"");
-        if (status != ERROR_SUCCESS) {
-            throw std::runtime_error("cannot install the product: " + std::to_string(status));
-        }
-    }
-    ~InstalledProduct() {
-        MsiConfigureProductW(productCode_.c_str(), INSTALLLEVEL_DEFAULT, INSTALLSTATE_ABSENT);
-    }
-
-private:
-    std::wstring productCode_;
-};
-
 // Each service name counts, "itcspe" here, and so does an installed package
 // of the vendor's, found by its upgrade code.
 TEST_F(ProviderDefaultsTest, CheckVipNetFindsTheServiceOrAnInstalledPackage) {

@@ -1,0 +1,48 @@
+#include "features/hidden_provider_feature.h"
+
+#include <msiquery.h>
+
+#include "frame/handles.h"
+#include "frame/session.h"
+
+namespace setuputils {
+namespace {
+
+constexpr wchar_t kChildFeatureQuery[] = L"SELECT * FROM `Feature` WHERE `Feature_Parent`='nvcspr'";
+constexpr wchar_t kProviderFeatureQuery[] = L"SELECT * FROM `Feature` WHERE `Feature`='nvcspr'";
+constexpr UINT kDisplayField = 5;
+
+bool OpenExecuted(MSIHANDLE database, const wchar_t* query, View& view) {
+    return MsiDatabaseOpenViewW(database, query, view.put()) == ERROR_SUCCESS &&
+           MsiViewExecute(view.get(), 0) == ERROR_SUCCESS;
+}
+
+} // namespace
+
+void HideProviderFeature(MSIHANDLE session) {
+    MsiHandle database = OpenActiveDatabase(session);
+    View children;
+    if (!OpenExecuted(database.get(), kChildFeatureQuery, children)) {
+        return;
+    }
+    // Only the first child is taken out and put back.
+    MsiHandle child;
+    if (MsiViewFetch(children.get(), child.put()) == ERROR_SUCCESS &&
+        MsiViewModify(children.get(), MSIMODIFY_DELETE, child.get()) != ERROR_SUCCESS) {
+        return;
+    }
+    View provider;
+    MsiHandle feature;
+    if (!OpenExecuted(database.get(), kProviderFeatureQuery, provider) ||
+        MsiViewFetch(provider.get(), feature.put()) != ERROR_SUCCESS ||
+        MsiViewModify(provider.get(), MSIMODIFY_DELETE, feature.get()) != ERROR_SUCCESS ||
+        MsiRecordSetInteger(feature.get(), kDisplayField, 0) != ERROR_SUCCESS ||
+        MsiViewModify(provider.get(), MSIMODIFY_INSERT_TEMPORARY, feature.get()) != ERROR_SUCCESS) {
+        return;
+    }
+    if (child) {
+        MsiViewModify(children.get(), MSIMODIFY_INSERT_TEMPORARY, child.get());
+    }
+}
+
+} // namespace setuputils
