@@ -143,7 +143,7 @@ for key in "$readers_key" "$cards_key" "$cards_key32"; do
 done
 check "carrier written with its default value" reg_shows "$readers_key\KeyCarriers\FAT12\Default" DLL nvfat12.dll
 check "random source written as a number" reg_shows "$readers_key\Random\Bio\Default" Level 0x3
-check "a device per listed port" \
+check "a device per port of the list ProcessPropertyEx made" \
     bash -c "wine reg query '$readers_key\KeyDevices\Sample\COM1' /v Enabled >/dev/null 2>&1 &&
              wine reg query '$readers_key\KeyDevices\Sample\COM2' /v Enabled >/dev/null 2>&1"
 check "a row whose condition is false left out" lacks reg_has "$readers_key\KeyCarriers\Not here"

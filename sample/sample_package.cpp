@@ -2,8 +2,8 @@
 // installs one kernel-driver package through KSProcess and the deferred
 // driver actions, creates the provider's host service, registers its TLS
 // package with fast start-up turned off, registers readers, key carriers and
-// a smart-card type through temporary Registry rows, and removes all of it
-// again.
+// a smart-card type through temporary Registry rows (a port list made from the
+// PropertyEx table), and removes all of it again.
 //
 //   sample_package.exe <folder> <setuputils.dll> <driver .sys>
 //
@@ -99,7 +99,12 @@ void AddReaders(harness::TestPackage& package) {
     package.AddRegistryComponent(L"nvcsp", false);
     package.AddRegistryComponent(L"nvcsp64", true);
     package.SetProperty(L"DefaultCSP80Name", L"Norvane Sample CSP");
-    package.SetProperty(L"SAMPLEPORTS", L"COM1,COM2");
+    // The port list is made by ProcessPropertyEx from the PropertyEx table.
+    package.SetProperty(L"SECONDPORT", L"COM2");
+    package.Sql(L"CREATE TABLE `PropertyEx` (`Property` CHAR(72) NOT NULL, `Value` CHAR(255), "
+                L"`Flags` SHORT NOT NULL, `Condition` CHAR(255) PRIMARY KEY `Property`)");
+    package.Sql(L"INSERT INTO `PropertyEx` (`Property`, `Value`, `Flags`, `Condition`) "
+                L"VALUES ('SAMPLEPORTS', 'COM1,[SECONDPORT]', 0, 'NOT Installed')");
     package.Sql(L"CREATE TABLE `RegReaders` (`Type` CHAR(72) NOT NULL, `Name` CHAR(255) NOT NULL, "
                 L"`Parameter` CHAR(72) NOT NULL, `Value` CHAR(255), `Component_` CHAR(72) NOT NULL, "
                 L"`Condition` CHAR(255), `ListProperty` CHAR(72) PRIMARY KEY `Type`, `Name`, `Parameter`)");
@@ -127,6 +132,8 @@ void AddReaders(harness::TestPackage& package) {
                 L"VALUES ('ObsoleteTree', 2, 'SOFTWARE\\Norvane\\Obsolete', '-', 'nvcsp64')");
 
     // Before the installer writes and removes registry values.
+    AddAction(package, L"ProcessPropertyEx", kImmediate, L"ProcessPropertyEx");
+    Sequence(package, L"ProcessPropertyEx", 1540);
     AddAction(package, L"ProcessRegReaders", kImmediate, L"ProcessRegReaders");
     Sequence(package, L"ProcessRegReaders", 1550, kOnInstall);
     AddDeferredWithData(package, L"UninstallSmartCard", kDeferred, L"UninstallSmartCard",
