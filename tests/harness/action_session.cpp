@@ -6,6 +6,7 @@ ActionSession::ActionSession() {
     package_.AddStandardTables();
     package_.Commit();
     session_ = std::make_unique<TestSession>(package_);
+    messages_.Clear(); // those of the opening
 }
 
 UINT ActionSession::Run(const char* name) {

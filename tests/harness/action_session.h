@@ -17,6 +17,7 @@ public:
 
     MSIHANDLE get() const { return session_->get(); }
     TestSession& session() { return *session_; }
+    // The messages since the session opened.
     MessageRecorder& messages() { return messages_; }
     const SetupUtilsLibrary& library() const { return library_; }
 

@@ -87,6 +87,21 @@ LSTATUS SetKeyDacl(const std::wstring& path, const wchar_t* sddl) {
     return RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, descriptor.get());
 }
 
+RegistryData MakeRegistryData(DWORD type, const void* data, std::size_t size) {
+    const BYTE* bytes = static_cast<const BYTE*>(data);
+    return {type, std::vector<BYTE>(bytes, bytes + size)};
+}
+
+RegistryData RegistryText(std::wstring_view text, DWORD type) {
+    RegistryData data = MakeRegistryData(type, text.data(), text.size() * sizeof(wchar_t));
+    data.bytes.insert(data.bytes.end(), sizeof(wchar_t), 0);
+    return data;
+}
+
+RegistryData RegistryDwordData(DWORD value, DWORD type) {
+    return MakeRegistryData(type, &value, sizeof(value));
+}
+
 std::optional<RegistryData> ReadRegistryValue(HKEY root, const std::wstring& path, const std::wstring& name) {
     RegKey key;
     RegistryData data;
@@ -152,18 +167,7 @@ TestDriverService::TestDriverService(const std::wstring& name) : name_(name) {
 }
 
 TestDriverService::~TestDriverService() {
-    ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-    ServiceHandle service(OpenServiceW(manager.get(), name_.c_str(), SERVICE_ALL_ACCESS));
-    if (service) {
-        SERVICE_STATUS status{};
-        ControlService(service.get(), SERVICE_CONTROL_STOP, &status);
-        for (int i = 0;
-             i < 50 && QueryServiceStatus(service.get(), &status) && status.dwCurrentState != SERVICE_STOPPED;
-             ++i) {
-            Sleep(100);
-        }
-        DeleteService(service.get());
-    }
+    StopAndDeleteService(name_);
 }
 
 void TestDriverService::Start() {
@@ -181,13 +185,33 @@ void TestDriverService::Start() {
 }
 
 DWORD TestDriverService::State() const {
-    ServiceHandle manager = OpenManager();
-    ServiceHandle service(OpenServiceW(manager.get(), name_.c_str(), SERVICE_QUERY_STATUS));
+    return ServiceState(name_);
+}
+
+DWORD ServiceState(const std::wstring& name) {
+    ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+    ServiceHandle service(OpenServiceW(manager.get(), name.c_str(), SERVICE_QUERY_STATUS));
     SERVICE_STATUS status{};
-    if (!service || !QueryServiceStatus(service.get(), &status)) {
-        return 0;
+    return service && QueryServiceStatus(service.get(), &status) ? status.dwCurrentState : 0;
+}
+
+DWORD WaitForServiceState(const std::wstring& name, DWORD state) {
+    for (int i = 0; i < 50 && ServiceState(name) != state; ++i) {
+        Sleep(100);
     }
-    return status.dwCurrentState;
+    return ServiceState(name);
+}
+
+void StopAndDeleteService(const std::wstring& name) {
+    ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+    if (ServiceHandle service(OpenServiceW(manager.get(), name.c_str(), SERVICE_ALL_ACCESS)); service) {
+        SERVICE_STATUS status{};
+        if (ControlService(service.get(), SERVICE_CONTROL_STOP, &status)) {
+            WaitForServiceState(name, SERVICE_STOPPED);
+        }
+        DeleteService(service.get());
+    }
+    WaitForServiceState(name, 0);
 }
 
 DWORD ReportedMajorVersion() {

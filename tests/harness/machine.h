@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <windows.h>
@@ -25,6 +26,10 @@ struct RegistryData {
     std::vector<BYTE> bytes;
     bool operator==(const RegistryData&) const = default;
 };
+// Stored forms: raw bytes; UTF-16 text with its terminator; a DWORD.
+RegistryData MakeRegistryData(DWORD type, const void* data, std::size_t size);
+RegistryData RegistryText(std::wstring_view text, DWORD type = REG_SZ);
+RegistryData RegistryDwordData(DWORD value, DWORD type = REG_DWORD);
 std::optional<RegistryData> ReadRegistryValue(HKEY root, const std::wstring& path, const std::wstring& name);
 std::optional<DWORD> ReadRegistryDword(HKEY root, const std::wstring& path, const std::wstring& name);
 // Writes `data`, or deletes the value when there is none.
@@ -35,6 +40,13 @@ void RestoreRegistryValue(HKEY root, const std::wstring& path, const std::wstrin
 std::wstring TestProgramPath(const std::wstring& name);
 // The test kernel driver.
 std::wstring TestDriverPath();
+
+// The state of service `name`, 0 when there is none.
+DWORD ServiceState(const std::wstring& name);
+// Waits up to five seconds for service `name` to be in `state` (0: gone); the state it ends in.
+DWORD WaitForServiceState(const std::wstring& name, DWORD state);
+// Stops and deletes the service, and waits until the service manager lets it go.
+void StopAndDeleteService(const std::wstring& name);
 
 // A demand-start kernel driver service running the test driver; removed when it goes away.
 class TestDriverService {

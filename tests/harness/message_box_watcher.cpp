@@ -211,4 +211,28 @@ int WINAPI MessageBoxCallRecorder::Record(HWND owner, LPCWSTR text, LPCWSTR capt
                                                                                   style);
 }
 
+StandInWindows::StandInWindows(const wchar_t* windowClass) : class_(windowClass) {
+    if (windowClass[0] != L'#') {
+        WNDCLASSW registration{};
+        registration.lpfnWndProc = DefWindowProcW;
+        registration.hInstance = GetModuleHandleW(nullptr);
+        registration.lpszClassName = windowClass;
+        RegisterClassW(&registration);
+    }
+}
+
+StandInWindows::~StandInWindows() {
+    for (HWND window : windows_) {
+        DestroyWindow(window);
+    }
+}
+
+HWND StandInWindows::Add(const std::wstring& title) {
+    const int offset = 10 + 40 * static_cast<int>(windows_.size());
+    windows_.push_back(CreateWindowExW(0, class_, title.c_str(), WS_OVERLAPPEDWINDOW | WS_VISIBLE, offset,
+                                       offset, 320, 120, nullptr, nullptr, GetModuleHandleW(nullptr),
+                                       nullptr));
+    return windows_.back();
+}
+
 } // namespace harness

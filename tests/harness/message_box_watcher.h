@@ -96,4 +96,23 @@ private:
     std::vector<MessageBoxCall> calls_;
 };
 
+// Visible stand-in windows of a class (such as an installer's dialogs), made
+// before a watcher so that it never takes them for the box; destroyed with this.
+class StandInWindows {
+public:
+    // "#32770", the dialog class, is the system's and is not registered here:
+    // a class of that name registered here would be taken for the box's own.
+    explicit StandInWindows(const wchar_t* windowClass);
+    ~StandInWindows();
+    StandInWindows(const StandInWindows&) = delete;
+    StandInWindows& operator=(const StandInWindows&) = delete;
+
+    // Cascaded so that every title is in sight.
+    HWND Add(const std::wstring& title);
+
+private:
+    const wchar_t* class_;
+    std::vector<HWND> windows_;
+};
+
 } // namespace harness

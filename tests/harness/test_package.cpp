@@ -42,6 +42,13 @@ std::wstring Quoted(const std::wstring& text) {
     return out + L"'";
 }
 
+// Throws naming `what` unless `status` is ERROR_SUCCESS.
+void Check(UINT status, const std::string& what) {
+    if (status != ERROR_SUCCESS) {
+        throw std::runtime_error(what + " failed: " + std::to_string(status));
+    }
+}
+
 } // namespace
 
 std::wstring NewGuid() {
@@ -93,10 +100,7 @@ std::string ReadTextFile(const std::wstring& path) {
 TestPackage::TestPackage() : TestPackage(MakeTempFolder(L"pkg") + L"test.msi") {}
 
 TestPackage::TestPackage(std::wstring path) : path_(std::move(path)), productCode_(NewGuid()) {
-    UINT status = MsiOpenDatabaseW(path_.c_str(), MSIDBOPEN_CREATE, database_.put());
-    if (status != ERROR_SUCCESS) {
-        throw std::runtime_error("MsiOpenDatabaseW failed: " + std::to_string(status));
-    }
+    Check(MsiOpenDatabaseW(path_.c_str(), MSIDBOPEN_CREATE, database_.put()), "MsiOpenDatabaseW");
 }
 
 TestPackage::~TestPackage() = default;
@@ -119,9 +123,7 @@ void TestPackage::Sql(const std::wstring& query, const std::vector<std::wstring>
         status = MsiViewExecute(view.get(), record.get());
         MsiViewClose(view.get());
     }
-    if (status != ERROR_SUCCESS) {
-        throw std::runtime_error("SQL failed (" + std::to_string(status) + "): " + Narrow(query));
-    }
+    Check(status, "SQL " + Narrow(query));
 }
 
 void TestPackage::AddStandardTables() {
@@ -185,6 +187,12 @@ void TestPackage::AddStandardTables() {
 void TestPackage::AddDriverPackagesTable() {
     Sql(L"CREATE TABLE `NVDriverPackages` (`Component` CHAR(72) NOT NULL, `Flags` LONG NOT NULL, "
         L"`ReferenceComponents` CHAR(72) PRIMARY KEY `Component`)");
+}
+
+void TestPackage::AddRegReadersTable() {
+    Sql(L"CREATE TABLE `RegReaders` (`Type` CHAR(72) NOT NULL, `Name` CHAR(255) NOT NULL, "
+        L"`Parameter` CHAR(72) NOT NULL, `Value` CHAR(0), `Component_` CHAR(72) NOT NULL, "
+        L"`Condition` CHAR(255), `ListProperty` CHAR(72) PRIMARY KEY `Type`, `Name`, `Parameter`)");
 }
 
 void TestPackage::SetProperty(const std::wstring& name, const std::wstring& value) {
@@ -261,9 +269,7 @@ void TestPackage::AddBinary(const std::wstring& name, const std::wstring& filePa
     if (status == ERROR_SUCCESS) {
         status = MsiViewExecute(view.get(), record.get());
     }
-    if (status != ERROR_SUCCESS) {
-        throw std::runtime_error("cannot add the binary " + Narrow(name) + ": " + std::to_string(status));
-    }
+    Check(status, "adding the binary " + Narrow(name));
 }
 
 void TestPackage::AddDeferredAction(const std::wstring& action, const std::wstring& target, int extraType) {
@@ -283,12 +289,7 @@ void TestPackage::Commit() {
         MsiSummaryInfoSetPropertyW(summary.get(), kPidWordCount, VT_I4, 2, nullptr, nullptr);
         status = MsiSummaryInfoPersist(summary.get());
     }
-    if (status == ERROR_SUCCESS) {
-        status = MsiDatabaseCommit(database_.get());
-    }
-    if (status != ERROR_SUCCESS) {
-        throw std::runtime_error("commit failed: " + std::to_string(status));
-    }
+    Check(status == ERROR_SUCCESS ? MsiDatabaseCommit(database_.get()) : status, "commit");
 }
 
 void TestPackage::Close() {
@@ -320,28 +321,19 @@ void InstalledProduct::Install(TestPackage& package, const std::wstring& command
     package.Commit();
     package.Close();
     MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
-    const UINT status = MsiInstallProductW(package.path().c_str(), commandLine.c_str());
-    if (status != ERROR_SUCCESS) {
-        throw std::runtime_error("cannot install the product: " + std::to_string(status));
-    }
+    Check(MsiInstallProductW(package.path().c_str(), commandLine.c_str()), "MsiInstallProductW");
     productCode_ = package.productCode();
 }
 
 TestSession::TestSession(TestPackage& package) {
     MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
-    std::wstring reference = L"#" + std::to_wstring(package.database());
-    UINT status = MsiOpenPackageW(reference.c_str(), session_.put());
-    if (status != ERROR_SUCCESS) {
-        throw std::runtime_error("MsiOpenPackageW failed: " + std::to_string(status));
-    }
+    Check(MsiOpenPackageW((L"#" + std::to_wstring(package.database())).c_str(), session_.put()),
+          "MsiOpenPackageW");
 }
 
 TestSession::TestSession(const std::wstring& packagePath) {
     MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
-    UINT status = MsiOpenPackageW(packagePath.c_str(), session_.put());
-    if (status != ERROR_SUCCESS) {
-        throw std::runtime_error("MsiOpenPackageW failed: " + std::to_string(status));
-    }
+    Check(MsiOpenPackageW(packagePath.c_str(), session_.put()), "MsiOpenPackageW");
 }
 
 UINT TestSession::DoAction(const std::wstring& action) {
@@ -350,10 +342,7 @@ UINT TestSession::DoAction(const std::wstring& action) {
 
 void TestSession::Cost() {
     for (const wchar_t* action : {L"CostInitialize", L"FileCost", L"CostFinalize"}) {
-        UINT status = DoAction(action);
-        if (status != ERROR_SUCCESS) {
-            throw std::runtime_error(Narrow(action) + " failed: " + std::to_string(status));
-        }
+        Check(DoAction(action), Narrow(action));
     }
 }
 

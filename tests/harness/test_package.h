@@ -35,6 +35,8 @@ public:
     void AddStandardTables();
     // The NVDriverPackages table of the driver actions.
     void AddDriverPackagesTable();
+    // The RegReaders table of the reader actions.
+    void AddRegReadersTable();
 
     void SetProperty(const std::wstring& name, const std::wstring& value);
     // Replaces the product code that AddStandardTables wrote.

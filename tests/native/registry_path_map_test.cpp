@@ -121,15 +121,12 @@ TEST(RegistryPathMap, KeyAndValuePathsAreBounded) {
 }
 
 TEST(RegistryStatusMap, RegistryResultsSpeakTheProvidersVocabulary) {
-    EXPECT_EQ(MapRegistryStatus(0), 0u);
-    EXPECT_EQ(MapRegistryStatus(234), 0u);
-    EXPECT_EQ(MapRegistryStatus(2), 2u);
-    EXPECT_EQ(MapRegistryStatus(259), 2u);
-    EXPECT_EQ(MapRegistryStatus(5), 0x80090010u);
-    EXPECT_EQ(MapRegistryStatus(8), 0x8009000Eu);
-    EXPECT_EQ(MapRegistryStatus(87), 87u);
-    EXPECT_EQ(MapRegistryStatus(3), 0x8009001Du);
-    EXPECT_EQ(MapRegistryStatus(1018), 0x8009001Du);
+    const std::pair<long, unsigned> cases[] = {{0, 0},   {234, 0},         {2, 2},
+                                               {259, 2}, {5, 0x80090010u}, {8, 0x8009000Eu},
+                                               {87, 87}, {3, 0x8009001Du}, {1018, 0x8009001Du}};
+    for (const auto& [status, mapped] : cases) {
+        EXPECT_EQ(MapRegistryStatus(status), mapped) << status;
+    }
 }
 
 TEST(RegistryAccessFlags, TranslateToRegistryRights) {

@@ -1,7 +1,5 @@
 #include "driver_package_fixture.h"
 
-#include <stdexcept>
-
 namespace harness {
 namespace {
 
@@ -32,13 +30,6 @@ DriverPackageTest::DriverPackageTest()
     }
 }
 
-DriverPackageTest::~DriverPackageTest() {
-    session_.reset();
-    if (installed_) {
-        MsiConfigureProductW(package_.productCode().c_str(), INSTALLLEVEL_DEFAULT, INSTALLSTATE_ABSENT);
-    }
-}
-
 void DriverPackageTest::AddDriver(const std::wstring& component, const std::wstring& fileName, int flags,
                                   const std::wstring& reference, const std::wstring& feature) {
     package_.AddFileComponent(component, kDriverDirectory, fileName, feature);
@@ -55,30 +46,19 @@ void DriverPackageTest::WriteInf(const std::wstring& fileName, const std::string
     WriteTextFile(sourceFolder_ + fileName, text);
 }
 
-TestSession&
-DriverPackageTest::OpenCosted(const std::vector<std::pair<std::wstring, std::wstring>>& properties) {
+TestSession& DriverPackageTest::OpenCosted(const Properties& properties) {
     package_.Commit();
-    session_ = std::make_unique<TestSession>(package_);
-    for (const auto& [name, value] : properties) {
-        session_->SetProperty(name, value);
-    }
-    session_->Cost();
-    messages_.Clear();
-    return *session_;
+    return Costed(std::make_unique<TestSession>(package_), properties);
 }
 
-TestSession&
-DriverPackageTest::InstallThenOpen(const std::wstring& commandLine,
-                                   const std::vector<std::pair<std::wstring, std::wstring>>& properties) {
-    package_.Commit();
-    package_.Close();
-    MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
-    UINT status = MsiInstallProductW(package_.path().c_str(), commandLine.c_str());
-    if (status != ERROR_SUCCESS) {
-        throw std::runtime_error("MsiInstallProductW failed: " + std::to_string(status));
-    }
-    installed_ = true;
-    session_ = std::make_unique<TestSession>(package_.path());
+TestSession& DriverPackageTest::InstallThenOpen(const std::wstring& commandLine,
+                                                const Properties& properties) {
+    installed_.emplace(package_, commandLine);
+    return Costed(std::make_unique<TestSession>(package_.path()), properties);
+}
+
+TestSession& DriverPackageTest::Costed(std::unique_ptr<TestSession> session, const Properties& properties) {
+    session_ = std::move(session);
     for (const auto& [name, value] : properties) {
         session_->SetProperty(name, value);
     }

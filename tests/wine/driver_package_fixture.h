@@ -4,6 +4,7 @@
 
 #include <string>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -20,7 +21,6 @@ inline constexpr wchar_t kSeparator[] = L"\x0001";
 class DriverPackageTest : public ::testing::Test {
 protected:
     DriverPackageTest();
-    ~DriverPackageTest() override;
 
     // Adds a driver component whose key file is `fileName` in the driver folder.
     void AddDriver(const std::wstring& component, const std::wstring& fileName, int flags = 0,
@@ -30,12 +30,13 @@ protected:
     // Writes `text` as `fileName` into the driver folder (and the source folder).
     void WriteInf(const std::wstring& fileName, const std::string& text);
 
-    // Commits the package and opens a session on it, costed.
-    TestSession& OpenCosted(const std::vector<std::pair<std::wstring, std::wstring>>& properties = {});
-    // Installs the package with `commandLine`, then opens and costs a session on
-    // it with `commandLine2` properties, as a later maintenance run would.
-    TestSession& InstallThenOpen(const std::wstring& commandLine,
-                                 const std::vector<std::pair<std::wstring, std::wstring>>& properties);
+    using Properties = std::vector<std::pair<std::wstring, std::wstring>>;
+    // Commits the package and opens a session on it with `properties`, costed.
+    TestSession& OpenCosted(const Properties& properties = {});
+    // Installs the package with `commandLine`, then opens a costed session on it
+    // with `properties`, as a later maintenance run would.
+    TestSession& InstallThenOpen(const std::wstring& commandLine, const Properties& properties);
+    TestSession& Costed(std::unique_ptr<TestSession> session, const Properties& properties);
 
     UINT RunKSProcess();
     std::wstring ComponentId(const std::wstring& component);
@@ -44,9 +45,9 @@ protected:
     TestPackage package_;
     std::wstring driverFolder_;
     std::wstring sourceFolder_;
+    std::optional<InstalledProduct> installed_; // removed after the session closed
     std::unique_ptr<TestSession> session_;
     MessageRecorder messages_;
-    bool installed_ = false;
 };
 
 } // namespace harness

@@ -8,6 +8,7 @@
 #include <windows.h>
 
 #include "frame/product_codes.h"
+#include "action_session.h"
 #include "library.h"
 #include "machine.h"
 #include "message_recorder.h"
@@ -121,17 +122,14 @@ TEST(ExportsLibrary, EntryPointsUnderTheirExactNames) {
 class ExportsSession : public ::testing::Test {
 protected:
     ExportsSession() {
-        package_.AddStandardTables();
-        package_.Commit();
-        session_ = std::make_unique<TestSession>(package_);
         session_->Cost();
         messages_.Clear();
     }
 
-    SetupUtilsLibrary library_;
-    TestPackage package_;
-    std::unique_ptr<TestSession> session_;
-    MessageRecorder messages_;
+    ActionSession actions_;
+    TestSession* session_ = &actions_.session();
+    const SetupUtilsLibrary& library_ = actions_.library();
+    MessageRecorder& messages_ = actions_.messages();
 };
 
 TEST_F(ExportsSession, AddRemovedComponentsAndRunDllDoNothing) {

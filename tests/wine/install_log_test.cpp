@@ -15,8 +15,7 @@
 #include "frame/product_codes.h"
 #include "frame/session.h"
 #include "machine.h"
-#include "message_recorder.h"
-#include "test_package.h"
+#include "action_session.h"
 
 namespace setuputils {
 namespace {
@@ -24,12 +23,6 @@ namespace {
 using Fields = std::vector<std::wstring>;
 
 const std::wstring kMarkerPath = std::wstring(kUninstallKeyPath) + kDriverInstallerProductCode;
-
-harness::TestPackage& Committed(harness::TestPackage& package) {
-    package.AddStandardTables();
-    package.Commit();
-    return package;
-}
 
 class InstallLogTest : public ::testing::Test {
 protected:
@@ -42,9 +35,8 @@ protected:
         return lines;
     }
 
-    harness::TestPackage package_;
-    harness::TestSession session_{Committed(package_)};
-    harness::MessageRecorder messages_;
+    harness::ActionSession session_;
+    harness::MessageRecorder& messages_ = session_.messages();
     SessionLog log_{session_.get()};
 };
 
@@ -74,26 +66,12 @@ TEST_F(InstallLogTest, SessionInfoAndErrorRecords) {
     EXPECT_EQ(error.fields[1], L"25002");
 }
 
+// The formatting itself is the native tests', the copy trace the queue callback test's.
 TEST_F(InstallLogTest, FormattedLinesAndFileQueueTrace) {
-    LogInfo(log_, L"%ls holds %d of %u at %X", L"drv.inf", -3, 7u, 0xbeefu);
-    std::wstring longText;
-    for (int i = 0; i < 600; ++i) {
-        longText.push_back(static_cast<wchar_t>(L'a' + i % 26));
-    }
-    LogInfo(log_, L"%ls", longText.c_str());
-    log_.StartCopy(3);
-    FILEPATHS_W copied{L"C:\\Windows\\System32\\drivers\\x.sys", L"C:\\D\\x.sys", 0x7b, 0x400};
-    log_.Trace(L"Copy", copied);
+    LogInfo(log_, L"%ls holds %d", L"drv.inf", 3);
     FILEPATHS_W deleted{L"C:\\old.sys", nullptr, 0, 0};
     log_.Trace(L"Delete", deleted);
-    log_.EndCopy();
-    EXPECT_EQ(InfoLines(),
-              (Fields{L"drv.inf holds -3 of 7 at BEEF", longText.substr(0, 511), L"Start copy operation: 3.",
-                      L"Copy:'C:\\D\\x.sys' => 'C:\\Windows\\System32\\drivers\\x.sys' [400:7b]",
-                      L"Delete:'' => 'C:\\old.sys' [0:0]", L"End copy operation."}));
-    for (const auto& message : messages_.all()) {
-        EXPECT_EQ(message.fields[0], L"KSInstall64:info: [1]");
-    }
+    EXPECT_EQ(InfoLines(), (Fields{L"drv.inf holds 3", L"Delete:'' => 'C:\\old.sys' [0:0]"}));
     messages_.Clear();
 
     SetLastError(ERROR_FILE_NOT_FOUND);
@@ -103,24 +81,10 @@ TEST_F(InstallLogTest, FormattedLinesAndFileQueueTrace) {
     EXPECT_EQ(messages_.all()[0].fields[2], L"Copy of x.sys failed after 4 tries");
 }
 
-// Replaces the DACL of the marker key; the test created the key, and its owner
-// may always change the DACL back.
-LSTATUS SetMarkerDacl(const wchar_t* sddl) {
-    LocalMemory descriptor;
-    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(
-            sddl, SDDL_REVISION_1, reinterpret_cast<PSECURITY_DESCRIPTOR*>(descriptor.put()), nullptr)) {
-        return static_cast<LSTATUS>(GetLastError());
-    }
-    RegKey key;
-    LSTATUS status = RegOpenKeyExW(HKEY_LOCAL_MACHINE, kMarkerPath.c_str(), 0, WRITE_DAC, key.put());
-    return status != ERROR_SUCCESS
-               ? status
-               : RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, descriptor.get());
-}
-
+// The test created the marker key, and its owner may always change the DACL back.
 struct MarkerRemover {
     ~MarkerRemover() {
-        SetMarkerDacl(L"D:(A;;KA;;;WD)");
+        harness::SetKeyDacl(kMarkerPath, L"D:(A;;KA;;;WD)");
         harness::DeleteRegistryTree(HKEY_LOCAL_MACHINE, kMarkerPath);
     }
 };
@@ -141,7 +105,7 @@ TEST_F(InstallLogTest, NeedRebootLeavesTheMarkerOrReportsWhyNot) {
     // A marker key that may be read but not written.
     MarkerRemover remover;
     harness::WriteRegistryString(HKEY_LOCAL_MACHINE, kMarkerPath, L"Keep", L"1");
-    ASSERT_EQ(SetMarkerDacl(L"D:P(A;;KR;;;WD)"), ERROR_SUCCESS);
+    ASSERT_EQ(harness::SetKeyDacl(kMarkerPath, L"D:P(A;;KR;;;WD)"), ERROR_SUCCESS);
     log_.NeedReboot();
     EXPECT_FALSE(harness::ReadRegistryString(HKEY_LOCAL_MACHINE, kMarkerPath, L"Reboot").has_value());
     EXPECT_EQ(InfoLines(), (Fields{L"Set reboot action.", L"5"}));

@@ -15,10 +15,8 @@
 #include "drivers/inf_location.h"
 #include "drivers/install_service.h"
 #include "frame/handles.h"
-#include "library.h"
+#include "action_session.h"
 #include "machine.h"
-#include "message_recorder.h"
-#include "test_package.h"
 
 namespace setuputils {
 namespace {
@@ -74,22 +72,6 @@ Lines FileLines(const std::wstring& path) {
     return lines;
 }
 
-ServiceHandle OpenService(const std::wstring& name, DWORD access) {
-    ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-    return ServiceHandle(OpenServiceW(manager.get(), name.c_str(), access));
-}
-
-// The state once it is `wanted`, or after five seconds of waiting for it; 0 for no service.
-DWORD WaitForState(const std::wstring& name, DWORD wanted = 0) {
-    SERVICE_STATUS status{};
-    for (int i = 0; i < 50 && (i == 0 || status.dwCurrentState != wanted); Sleep(100), ++i) {
-        ServiceHandle service = OpenService(name, SERVICE_QUERY_STATUS);
-        status.dwCurrentState =
-            service && QueryServiceStatus(service.get(), &status) ? status.dwCurrentState : 0;
-    }
-    return status.dwCurrentState;
-}
-
 std::optional<std::wstring> InfLocation(const std::wstring& componentId = kId) {
     return harness::ReadRegistryString(HKEY_LOCAL_MACHINE, InfLocationKeyPath(), componentId);
 }
@@ -112,12 +94,7 @@ class InstallServiceTest : public ::testing::Test {
 protected:
     ~InstallServiceTest() override {
         for (const auto& service : services_) {
-            ServiceHandle handle = OpenService(service, SERVICE_ALL_ACCESS);
-            SERVICE_STATUS status{};
-            if (ControlService(handle.get(), SERVICE_CONTROL_STOP, &status)) {
-                WaitForState(service, kStopped);
-            }
-            DeleteService(handle.get());
+            harness::StopAndDeleteService(service);
             files_.push_back(kDriversFolder + service + L".sys");
             harness::DeleteRegistryTree(HKEY_LOCAL_MACHINE, kServicesKey + L"EventLog\\System\\" + service);
         }
@@ -184,7 +161,7 @@ TEST_F(InstallServiceTest, StagesCopiesRegistersStartsAndRestartsTheDriver) {
     EXPECT_EQ(InfLocation(), kInfFolder + L"isvc.inf");
     const std::wstring values = harness::DriverInfRegistryKey(L"isvc") + L"\\Settings";
     EXPECT_EQ(harness::ReadRegistryString(HKEY_LOCAL_MACHINE, values, L"Mode"), L"normal");
-    ASSERT_EQ(WaitForState(L"isvc", kRunning), kRunning);
+    ASSERT_EQ(harness::WaitForServiceState(L"isvc", kRunning), kRunning);
 
     // Wine cannot overwrite the image of a loaded driver (a sharing violation,
     // 0x20) where Windows would replace it at the next restart: the copy
@@ -196,7 +173,7 @@ TEST_F(InstallServiceTest, StagesCopiesRegistersStartsAndRestartsTheDriver) {
     std::string text = harness::DriverInf("isvc");
     EXPECT_EQ(Install(WriteInf(L"isvc2.inf", text)), 0u);
     EXPECT_EQ(log_.lines.back(), L"Install driver isvc success.");
-    EXPECT_EQ(WaitForState(L"isvc", kRunning), kRunning);
+    EXPECT_EQ(harness::WaitForServiceState(L"isvc", kRunning), kRunning);
 
     // Pointed at a driver image that is not there, the running driver is
     // stopped and cannot start again; had it not been stopped, the start would
@@ -206,7 +183,7 @@ TEST_F(InstallServiceTest, StagesCopiesRegistersStartsAndRestartsTheDriver) {
     EXPECT_EQ(log_.lines.back(), L"error 1114: StartService");
     EXPECT_EQ(harness::ReadRegistryString(HKEY_LOCAL_MACHINE, kServicesKey + L"isvc", L"ImagePath"),
               kDriversFolder + L"isvcgone.sys");
-    EXPECT_EQ(WaitForState(L"isvc", kStopped), kStopped);
+    EXPECT_EQ(harness::WaitForServiceState(L"isvc", kStopped), kStopped);
 }
 
 TEST_F(InstallServiceTest, DefaultSectionFlagsAndFailures) {
@@ -228,26 +205,17 @@ TEST_F(InstallServiceTest, DefaultSectionFlagsAndFailures) {
     EXPECT_EQ(FileBytes(kDriversFolder + L"isvcdef.sys"), FileBytes(harness::TestDriverPath()));
     EXPECT_EQ(Lines(log_.lines.end() - 2, log_.lines.end()),
               (Lines{L"OpenSCManager success", L"Install driver isvcdef success."}));
-    EXPECT_EQ(WaitForState(L"isvcdef", kStopped), kStopped);
+    EXPECT_EQ(harness::WaitForServiceState(L"isvcdef", kStopped), kStopped);
     EXPECT_EQ(InfLocation(), kInfFolder + L"isvcdef.inf");
 
     // 0x1: the package has no service of its own, whatever its INF says.
     ASSERT_EQ(Install(WriteDriverInf("isvcskip", false), 0x1), 0u);
     EXPECT_EQ(Lines(log_.lines.end() - 2, log_.lines.end()),
               (Lines{L"SetupInstallFromInfSection success", L"Install driver (null) success."}));
-    EXPECT_EQ(WaitForState(L"isvcskip"), 0u);
+    EXPECT_EQ(harness::ServiceState(L"isvcskip"), 0u);
     EXPECT_EQ(InfLocation(), kInfFolder + L"isvcskip.inf");
 
-    // A delete aborts: Wine hands the callback's 1003 back as the error of the
-    // install section once the delete sub-queue has opened like any other.
-    const std::wstring stale = kDriversFolder + L"isvcstale.sys";
-    harness::WriteTextFile(stale, "stale");
-    files_.push_back(stale);
-    options = {};
-    options.extraInstallLines = "DelFiles=Driver_Del\r\n\r\n[Driver_Del]\r\nisvcstale.sys\r\n";
-    EXPECT_EQ(Install(WriteDriverInf("", false, options), 0x1), static_cast<DWORD>(ERROR_CAN_NOT_COMPLETE));
-    EXPECT_EQ(log_.lines.back(), L"Start copy operation: 1.");
-    EXPECT_EQ(FileBytes(stale), "stale");
+    // A delete or any other queue operation but a copy aborts: see the queue callback test.
 }
 
 TEST_F(InstallServiceTest, UnreadableStagedCopyIsEmptiedAndStagedAgain) {
@@ -294,16 +262,11 @@ TEST(InstallServiceQueueCallback, ReportsCopiesAndAbortsEverythingElse) {
 using KSInstInstallTest = InstallServiceTest;
 
 TEST_F(KSInstInstallTest, InstallsAdvancesProgressAndReportsFailureAs555) {
-    harness::TestPackage package;
-    package.AddStandardTables();
-    package.Commit();
-    harness::TestSession session(package);
-    harness::SetupUtilsLibrary library;
-    harness::MessageRecorder messages;
+    harness::ActionSession session;
+    harness::MessageRecorder& messages = session.messages();
     auto run = [&](const std::wstring& data) {
-        session.SetProperty(L"CustomActionData", data);
         messages.Clear();
-        return library.Action("KSInstInstall")(session.get());
+        return session.Run("KSInstInstall", data);
     };
     auto fields = [&](UINT type) { return messages.FieldsOf(type); };
     const std::vector<Lines> progress{{L"1", L"0", L"0", L"0"}, {L"2", L"3000000", L"0", L"0"}};
@@ -342,24 +305,16 @@ TEST_F(KSInstInstallTest, InstallsAdvancesProgressAndReportsFailureAs555) {
 
 using KSInstallWTest = InstallServiceTest;
 
-// rundll32 appends W to the entry name it is given and calls that export with
-// its wide command line: ",KSInstall" reaches KSInstallW. For ",KSInstallW" it
-// looks for KSInstallWW first (then KSInstallWA, then KSInstallW as an ANSI
-// entry); the library exports KSInstallWW so that this spelling works as well.
+// rundll32 looks ",KSInstallW" up as KSInstallWW first (the exports test
+// shows it is KSInstallW) and calls it with its wide command line.
 TEST_F(KSInstallWTest, InstallsWithAFileLogAndUndoesAFailure) {
-    for (const std::wstring entry : {L"KSInstall", L"KSInstallW"}) {
-        const std::wstring service = entry == L"KSInstall" ? L"kscmd" : L"kscmdw";
-        const std::wstring inf = WriteDriverInf(std::string(service.begin(), service.end()));
-
-        EXPECT_EQ(RunDll32(entry, inf, logPath_), 0) << entry;
-
-        const Lines log = FileLines(logPath_);
-        EXPECT_TRUE(InOrder(log, {kInfo + L"InstallService start.", kInfo + L"FullFileName:" + inf,
-                                  kInfo + L"ComponentID:" + kId, kInfo + L"StartDriver success"}))
-            << entry;
-        EXPECT_EQ(log.back(), kInfo + L"Install driver " + service + L" success.") << entry;
-        EXPECT_EQ(InfLocation(), kInfFolder + service + L".inf") << entry;
-    }
+    const std::wstring inf = WriteDriverInf("kscmd");
+    EXPECT_EQ(RunDll32(L"KSInstallW", inf, logPath_), 0);
+    EXPECT_TRUE(
+        InOrder(FileLines(logPath_), {kInfo + L"InstallService start.", kInfo + L"FullFileName:" + inf,
+                                      kInfo + L"ComponentID:" + kId, kInfo + L"StartDriver success",
+                                      kInfo + L"Install driver kscmd success."}));
+    EXPECT_EQ(InfLocation(), kInfFolder + L"kscmd.inf");
 
     // Without a component id the record's value is named "ComponentID".
     KSInstallW(L"\"" + WriteDriverInf("kscmdid") + L"\"");
@@ -372,7 +327,7 @@ TEST_F(KSInstallWTest, InstallsWithAFileLogAndUndoesAFailure) {
                               L"KSInstall64:error 0x45A: InstallService: 0x45A.",
                               kInfo + L"KSInstUninstall start."}));
     EXPECT_EQ(log.back(), kInfo + L"Uninstall driver kscmdbad success.");
-    EXPECT_EQ(WaitForState(L"kscmdbad"), 0u);
+    EXPECT_EQ(harness::WaitForServiceState(L"kscmdbad", 0), 0u);
     EXPECT_EQ(FileBytes(kInfFolder + L"kscmdbad.inf"), "<missing>");
     EXPECT_FALSE(InfLocation().has_value());
 }

@@ -1,6 +1,8 @@
 // KSCleanup: the reboot marker of the deferred driver actions becomes a reboot
 // request, and the marker goes.
-#include "driver_package_fixture.h"
+#include <gtest/gtest.h>
+
+#include "action_session.h"
 #include "frame/install_log.h"
 #include "frame/product_codes.h"
 #include "machine.h"
@@ -13,23 +15,16 @@ const std::wstring kMarkerKey =
 
 class KSCleanupTest : public ::testing::Test {
 protected:
-    KSCleanupTest() {
-        package_.AddStandardTables();
-        package_.Commit();
-        session_ = std::make_unique<TestSession>(package_);
-    }
     ~KSCleanupTest() override { DeleteRegistryTree(HKEY_LOCAL_MACHINE, kMarkerKey); }
 
-    UINT RunKSCleanup() { return library_.Action("KSCleanup")(session_->get()); }
-    bool RebootRequested() { return MsiGetMode(session_->get(), MSIRUNMODE_REBOOTATEND) != FALSE; }
+    UINT RunKSCleanup() { return session_.Run("KSCleanup"); }
+    bool RebootRequested() { return MsiGetMode(session_.get(), MSIRUNMODE_REBOOTATEND) != FALSE; }
 
-    SetupUtilsLibrary library_;
-    TestPackage package_;
-    std::unique_ptr<TestSession> session_;
+    ActionSession session_;
 };
 
 TEST_F(KSCleanupTest, MarkerLeftByTheDriverLogRequestsARebootAndGoes) {
-    setuputils::SessionLog log(session_->get());
+    setuputils::SessionLog log(session_.get());
     log.NeedReboot();
     ASSERT_EQ(ReadRegistryString(HKEY_LOCAL_MACHINE, kMarkerKey, L"Reboot"), L"Force");
 

@@ -7,7 +7,6 @@
 
 #include <windows.h>
 
-#include <algorithm>
 #include <optional>
 #include <string>
 #include <vector>
@@ -37,17 +36,7 @@ std::wstring RandomKey(const std::wstring& sid) {
     return kProviderNode + L"\\Settings\\Users\\" + sid + L"\\Random";
 }
 
-RegistryData Bytes(DWORD type, const void* data, std::size_t size) {
-    const BYTE* bytes = static_cast<const BYTE*>(data);
-    return {type, std::vector<BYTE>(bytes, bytes + size)};
-}
-RegistryData Dword(DWORD value, DWORD type = REG_DWORD) {
-    return Bytes(type, &value, sizeof(value));
-}
-RegistryData Text(const std::wstring& text) {
-    return Bytes(REG_SZ, text.c_str(), (text.size() + 1) * sizeof(wchar_t));
-}
-const RegistryData kSeed = Bytes(REG_BINARY, "0123456789abcdef", 16);
+const RegistryData kSeed = MakeRegistryData(REG_BINARY, "0123456789abcdef", 16);
 
 // Writes the user's seed and flags; none deletes the value.
 void SetSeed(const std::wstring& sid, const std::optional<RegistryData>& seed,
@@ -60,7 +49,7 @@ std::optional<RegistryData> RunOnceEntry(const std::wstring& hive, const std::ws
     return ReadRegistryValue(HKEY_USERS, hive + kRunOnce, name);
 }
 void SetRunOnceEntry(const std::wstring& hive, const std::wstring& name, const std::wstring& command) {
-    RestoreRegistryValue(HKEY_USERS, hive + kRunOnce, name, Text(command));
+    RestoreRegistryValue(HKEY_USERS, hive + kRunOnce, name, RegistryText(command));
 }
 
 // The patch settings, and what the stand-in's entry is to return.
@@ -75,7 +64,6 @@ DWORD PatchCount(const wchar_t* name) {
 
 class RandomSeedingTest : public ::testing::Test {
 protected:
-    RandomSeedingTest() { messages_.Clear(); }
     ~RandomSeedingTest() override {
         if (!hadSettings_) {
             DeleteRegistryTree(HKEY_LOCAL_MACHINE, kProviderNode);
@@ -105,16 +93,16 @@ TEST_F(RandomSeedingTest, RunOnceWrittenOnlyForUsersWhoseSeedIsNotInitialised) {
         LSTATUS seedStatus = ERROR_SUCCESS;
     };
     const Case cases[] = {
-        {kSeed, Dword(0x2), true},
-        {kSeed, Dword(0x3), true},
-        {Bytes(REG_BINARY, "", 0), Dword(0x2), true},
-        {kSeed, Dword(0x1), false},
-        {Text(L"seed"), Dword(0x2), false, ERROR_INVALID_DATA},
-        {Dword(7), Dword(0x2), false, ERROR_INVALID_DATA},
-        {std::nullopt, Dword(0x2), false, ERROR_FILE_NOT_FOUND},
+        {kSeed, RegistryDwordData(0x2), true},
+        {kSeed, RegistryDwordData(0x3), true},
+        {MakeRegistryData(REG_BINARY, "", 0), RegistryDwordData(0x2), true},
+        {kSeed, RegistryDwordData(0x1), false},
+        {RegistryText(L"seed"), RegistryDwordData(0x2), false, ERROR_INVALID_DATA},
+        {RegistryDwordData(7), RegistryDwordData(0x2), false, ERROR_INVALID_DATA},
+        {std::nullopt, RegistryDwordData(0x2), false, ERROR_FILE_NOT_FOUND},
         {kSeed, std::nullopt, false},
-        {kSeed, Dword(0x2, REG_BINARY), false},
-        {kSeed, Bytes(REG_DWORD, &qword, sizeof(qword)), false}, // more than a DWORD holds
+        {kSeed, RegistryDwordData(0x2, REG_BINARY), false},
+        {kSeed, MakeRegistryData(REG_DWORD, &qword, sizeof(qword)), false}, // more than a DWORD holds
     };
     for (const Case& c : cases) {
         SetSeed(kUserSid, c.seed, c.flags);
@@ -122,8 +110,8 @@ TEST_F(RandomSeedingTest, RunOnceWrittenOnlyForUsersWhoseSeedIsNotInitialised) {
         SetRunOnceEntry(kDefaultHive, L"Seed", L"older");
         EXPECT_EQ(session_.Run("InitializeHardRng", L"Seed/" + command), 0u);
         // A seeded user's older entry stays as it was.
-        EXPECT_EQ(RunOnceEntry(kUserSid, L"Seed"), Text(c.seeded ? L"older" : command)) << c.seeded;
-        EXPECT_EQ(RunOnceEntry(kDefaultHive, L"Seed"), Text(command));
+        EXPECT_EQ(RunOnceEntry(kUserSid, L"Seed"), RegistryText(c.seeded ? L"older" : command)) << c.seeded;
+        EXPECT_EQ(RunOnceEntry(kDefaultHive, L"Seed"), RegistryText(command));
         RegKey random;
         RegOpenKeyExW(HKEY_LOCAL_MACHINE, RandomKey(kUserSid).c_str(), 0, KEY_QUERY_VALUE, random.put());
         EXPECT_EQ(ReadRootRandomSeed(random.get()), c.seedStatus);
@@ -131,23 +119,23 @@ TEST_F(RandomSeedingTest, RunOnceWrittenOnlyForUsersWhoseSeedIsNotInitialised) {
     // Without any seed key the user needs seeding too.
     DeleteRegistryTree(HKEY_LOCAL_MACHINE, RandomKey(kUserSid));
     EXPECT_EQ(session_.Run("InitializeHardRng", L"Seed/" + command), 0u);
-    EXPECT_EQ(RunOnceEntry(kUserSid, L"Seed"), Text(command));
+    EXPECT_EQ(RunOnceEntry(kUserSid, L"Seed"), RegistryText(command));
     EXPECT_TRUE(messages_.all().empty());
 }
 
 TEST_F(RandomSeedingTest, DefaultEntryNameNoRunOnceKeyCreatedAndEmptyCommandRemovesFromEveryone) {
     SetRunOnceEntry(kUserSid, L"Other", L"other");
     EXPECT_EQ(session_.Run("InitializeHardRng", L"C:\\p\\rng.exe"), 0u);
-    EXPECT_EQ(RunOnceEntry(kUserSid, L"InstallCSP"), Text(L"C:\\p\\rng.exe"));
+    EXPECT_EQ(RunOnceEntry(kUserSid, L"InstallCSP"), RegistryText(L"C:\\p\\rng.exe"));
     EXPECT_FALSE(RegistryKeyExists(HKEY_USERS, kDefaultHive + kRunOnce));
 
     // Removal does not ask whether the user is seeded.
-    SetSeed(kUserSid, kSeed, Dword(0x2));
+    SetSeed(kUserSid, kSeed, RegistryDwordData(0x2));
     SetRunOnceEntry(kDefaultHive, L"InstallCSP", L"C:\\p\\rng.exe");
     EXPECT_EQ(session_.Run("InitializeHardRng", L"InstallCSP/"), 0u);
     EXPECT_FALSE(RunOnceEntry(kUserSid, L"InstallCSP"));
     EXPECT_FALSE(RunOnceEntry(kDefaultHive, L"InstallCSP"));
-    EXPECT_EQ(RunOnceEntry(kUserSid, L"Other"), Text(L"other"));
+    EXPECT_EQ(RunOnceEntry(kUserSid, L"Other"), RegistryText(L"other"));
 }
 
 TEST_F(RandomSeedingTest, LegacyPatchLoadsImageThenPatchAndKeepsOnlyASuccessfulPatch) {
@@ -187,16 +175,9 @@ protected:
     RandomSeedingUserTest() { WriteRegistryString(HKEY_LOCAL_MACHINE, kTypeDefault, L"Name", kProviderName); }
     ~RandomSeedingUserTest() override { DeleteRegistryTree(HKEY_LOCAL_MACHINE, kTypeDefault); }
 
-    // An installer dialog; made before any watcher, which then never takes it for the box.
-    HWND MakeDialog(const wchar_t* title) {
-        return dialogs_.emplace_back(CreateWindowExW(0, L"#32770", title, WS_POPUP | WS_VISIBLE, 0, 0, 100,
-                                                     100, nullptr, nullptr, nullptr, nullptr));
-    }
-    void TearDown() override { std::for_each(dialogs_.begin(), dialogs_.end(), DestroyWindow); }
-
     TestProvider provider_{kProviderName, kProviderType};
     MessageBoxCallRecorder boxes_{GetModuleHandleW(L"setuputils.dll")};
-    std::vector<HWND> dialogs_;
+    StandInWindows dialogs_{L"#32770"}; // installer dialogs
 };
 
 TEST_F(RandomSeedingUserTest, SeededUserCallsNothingOthersAskTheProviderForItsHardwareGenerator) {
@@ -206,9 +187,9 @@ TEST_F(RandomSeedingUserTest, SeededUserCallsNothingOthersAskTheProviderForItsHa
         std::vector<TestProviderCall> calls;
     };
     const Case cases[] = {
-        {kSeed, Dword(0x3), {}},
-        {kSeed, Dword(0x1), {kAcquire, kUseHardwareRng, kRelease}},
-        {Text(L"seed"), Dword(0x2), {kAcquire, kUseHardwareRng, kRelease}},
+        {kSeed, RegistryDwordData(0x3), {}},
+        {kSeed, RegistryDwordData(0x1), {kAcquire, kUseHardwareRng, kRelease}},
+        {RegistryText(L"seed"), RegistryDwordData(0x2), {kAcquire, kUseHardwareRng, kRelease}},
     };
     for (const Case& c : cases) {
         SetSeed(kUserSid, c.seed, c.flags);
@@ -237,8 +218,8 @@ TEST_F(RandomSeedingUserTest, FailsWithError666WhenNoProviderCanBeAcquired) {
 
 TEST_F(RandomSeedingUserTest, RefusedHardwareGeneratorShowsTheWarningOverTheInstallerDialog) {
     provider_.SetBehaviour({.hardwareRngResult = static_cast<DWORD>(NTE_FAIL)});
-    HWND installer = MakeDialog(L"Test Setup");
-    HWND other = MakeDialog(L"Other Dialog");
+    HWND installer = dialogs_.Add(L"Test Setup");
+    HWND other = dialogs_.Add(L"Other Dialog");
     struct Case {
         const wchar_t* data;
         HWND owner;

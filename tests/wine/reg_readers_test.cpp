@@ -180,9 +180,7 @@ TEST(ProcessRegReadersInstallation, RemovalLeavesTheReaderValuesWithoutARowOfThe
         L"INSERT INTO `InstallExecuteSequence` (`Action`, `Sequence`) VALUES ('ProcessRegReaders', 1550)");
     package.Sql(L"INSERT INTO `Registry` (`Registry`, `Root`, `Key`, `Name`, `Value`, `Component_`) "
                 L"VALUES ('own', 2, 'SOFTWARE\\SetupUtilsTests\\Own', 'On', '1', 'nvcsp64')");
-    package.Sql(L"CREATE TABLE `RegReaders` (`Type` CHAR(72) NOT NULL, `Name` CHAR(255) NOT NULL, "
-                L"`Parameter` CHAR(72) NOT NULL, `Value` CHAR(0), `Component_` CHAR(72) NOT NULL, "
-                L"`Condition` CHAR(255), `ListProperty` CHAR(72) PRIMARY KEY `Type`, `Name`, `Parameter`)");
+    package.AddRegReadersTable();
     package.Sql(L"INSERT INTO `RegReaders` (`Type`, `Name`, `Parameter`, `Value`, `Component_`, `Condition`) "
                 L"VALUES (?, ?, ?, ?, ?, ?)",
                 {L"KeyCarriers", L"FAT12\\Default", L"DLL", L"nvfat12.dll", L"nvcsp64", L"1"});

@@ -56,18 +56,7 @@ SERVICE_STATUS_PROCESS Status(const std::wstring& name) {
 
 // Waits up to five seconds for `name` to reach `state`; true when it did.
 bool Reaches(const std::wstring& name, DWORD state) {
-    for (int i = 0; i < 50 && Status(name).dwCurrentState != state; ++i) {
-        Sleep(100);
-    }
-    return Status(name).dwCurrentState == state;
-}
-
-void StopAndDelete(const std::wstring& name) {
-    SERVICE_STATUS status{};
-    if (ControlService(Open(name).get(), SERVICE_CONTROL_STOP, &status)) {
-        Reaches(name, SERVICE_STOPPED);
-    }
-    DeleteService(Open(name).get());
+    return WaitForServiceState(name, state) == state;
 }
 
 // A service of the stand-in program, whose command line is its name and then
@@ -82,7 +71,7 @@ struct TestService {
                                                  path.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr)))
             << GetLastError();
     }
-    ~TestService() { StopAndDelete(name); }
+    ~TestService() { StopAndDeleteService(name); }
     void Start() const {
         ASSERT_TRUE(StartServiceW(Open(name).get(), 0, nullptr)) << GetLastError();
         ASSERT_TRUE(Reaches(name, SERVICE_RUNNING));
@@ -103,8 +92,8 @@ protected:
 class MsiCreateServiceTest : public ServiceActionTest {
 protected:
     ~MsiCreateServiceTest() override {
-        StopAndDelete(L"nvcsphclm");
-        StopAndDelete(L"nvcsp");
+        StopAndDeleteService(L"nvcsphclm");
+        StopAndDeleteService(L"nvcsp");
     }
 };
 
@@ -131,10 +120,7 @@ TEST_F(MsiCreateServiceTest, RollbackStopsAndDeletesTheServiceAndFailsSilentlyWh
     service.Start();
     EXPECT_EQ(Run("MsiCreateServiceRollback", L"NvnRollback/Card Users"), 0u);
     // Deleted, a service is gone only once its process has ended: stopped.
-    for (int i = 0; i < 50 && Open(L"NvnRollback"); ++i) {
-        Sleep(100);
-    }
-    EXPECT_FALSE(Open(L"NvnRollback"));
+    EXPECT_TRUE(Reaches(L"NvnRollback", 0));
 
     EXPECT_EQ(Run("MsiCreateServiceRollback", L"NvnRollback/Card Users"), kFailure);
     EXPECT_EQ(Run("MsiCreateServiceRollback", L"NvnRollback"), kFailure);
@@ -167,7 +153,7 @@ TEST_F(UnprotectServiceTest, WithoutTheOptionOnlyASharedTypeChangesAndAStoppedSe
 
     EXPECT_EQ(Run("UnprotectService", shared.name), 0u);
     EXPECT_EQ(Config(shared.name), L"0x110 2 0|" + shared.path + L"||" + shared.name);
-    EXPECT_EQ(Status(shared.name).dwCurrentState, static_cast<DWORD>(SERVICE_STOPPED));
+    EXPECT_EQ(ServiceState(shared.name), static_cast<DWORD>(SERVICE_STOPPED));
 
     EXPECT_EQ(Run("UnprotectService", own.name), 0u);
     ASSERT_TRUE(Reaches(own.name, SERVICE_RUNNING));
@@ -199,7 +185,7 @@ TEST_F(SCardSvrTest, DisabledBecomesAutomaticAndRunsOnDemandIsLeftAlone) {
                                      nullptr));
     EXPECT_EQ(Run("SetSCardSvrAutoStart"), 0u);
     Sleep(300);
-    EXPECT_EQ(Status(service.name).dwCurrentState, static_cast<DWORD>(SERVICE_STOPPED));
+    EXPECT_EQ(ServiceState(service.name), static_cast<DWORD>(SERVICE_STOPPED));
     EXPECT_EQ(Config(service.name), L"0x10 3 0" + rest);
     EXPECT_TRUE(Errors().empty());
 }

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <windows.h>
-#include <sddl.h>
 
 #include <array>
 #include <map>
@@ -38,13 +37,6 @@ using Values = std::vector<std::pair<std::wstring, RegistryData>>;
 RegistryData Binary(Bytes bytes) {
     return {REG_BINARY, std::move(bytes)};
 }
-// UTF-16 text and its terminator.
-RegistryData Text(DWORD type, std::wstring_view text) {
-    const auto* bytes = reinterpret_cast<const BYTE*>(text.data());
-    Bytes data(bytes, bytes + text.size() * sizeof(wchar_t));
-    data.insert(data.end(), 2, 0);
-    return {type, data};
-}
 
 void WriteValues(const std::wstring& key, const Values& values) {
     for (const auto& [name, data] : values) {
@@ -57,13 +49,13 @@ void WriteValues(const std::wstring& key, const Values& values) {
 // second byte out.
 const Values kOther32 = {{L"ATR", Binary({0x3B, 0x01})},
                          {L"ATRMask", Binary({0xFF, 0xFF})},
-                         {L"Crypto Provider", Text(REG_SZ, L"Other [CSP]")},
+                         {L"Crypto Provider", RegistryText(L"Other [CSP]")},
                          {L"Flags", {REG_DWORD, {0xFF, 0xFF, 0xFF, 0xFF}}},
-                         {L"List", Text(REG_MULTI_SZ, {L"a\0[b]\0", 6})},
-                         {L"Path", Text(REG_EXPAND_SZ, L"%SystemRoot%\\{x}")}};
+                         {L"List", RegistryText({L"a\0[b]\0", 6}, REG_MULTI_SZ)},
+                         {L"Path", RegistryText(L"%SystemRoot%\\{x}", REG_EXPAND_SZ)}};
 const Values kOther64 = {{L"ATR", Binary({0x3B, 0x02})},
                          {L"ATRMask", Binary({0xFF, 0xF0})},
-                         {L"Crypto Provider", Text(REG_SZ, L"#Other")}};
+                         {L"Crypto Provider", RegistryText(L"#Other")}};
 
 // Only the two keys: Wine keeps link keys below Calais that cannot be deleted
 // with the tree.
@@ -113,10 +105,7 @@ protected:
     void SetUp() override {
         ClearCardTypes();
         package_.AddStandardTables();
-        package_.Sql(
-            L"CREATE TABLE `RegReaders` (`Type` CHAR(72) NOT NULL, `Name` CHAR(255) NOT NULL, "
-            L"`Parameter` CHAR(72) NOT NULL, `Value` CHAR(255), `Component_` CHAR(72) NOT NULL, "
-            L"`Condition` CHAR(255), `ListProperty` CHAR(72) PRIMARY KEY `Type`, `Name`, `Parameter`)");
+        package_.AddRegReadersTable();
         package_.Sql(L"CREATE TABLE `RemoveRegistry` (`RemoveRegistry` CHAR(72) NOT NULL, `Root` SHORT, "
                      L"`Key` CHAR(255) LOCALIZABLE, `Name` CHAR(255), `Component_` CHAR(72) "
                      L"PRIMARY KEY `RemoveRegistry`)");
@@ -127,16 +116,8 @@ protected:
                          L"VALUES ('Package', 2, 'SOFTWARE\\Package', 'x', 'nvcsp')");
         }
         package_.SetProperty(L"DefaultCSP80Name", kProvider);
-        package_.Sql(
-            L"INSERT INTO `Feature` (`Feature`, `Display`, `Level`, `Attributes`) VALUES ('Cards', 1, 1, 0)");
-        for (const auto& [component, attributes] : {std::pair{L"nvcsp", L"0"}, {L"nvcsp64", L"256"}}) {
-            package_.Sql(std::wstring(L"INSERT INTO `Component` (`Component`, `ComponentId`, `Directory_`, "
-                                      L"`Attributes`) VALUES (?, ?, 'TARGETDIR', ") +
-                             attributes + L")",
-                         {component, NewGuid()});
-            package_.Sql(L"INSERT INTO `FeatureComponents` (`Feature_`, `Component_`) VALUES ('Cards', ?)",
-                         {component});
-        }
+        package_.AddRegistryComponent(L"nvcsp", false);
+        package_.AddRegistryComponent(L"nvcsp64", true);
     }
 
     // Cards: name, then "ATR" and "Mask" values (none when null), then the
@@ -341,20 +322,12 @@ TEST_F(UninstallSmartCard, RemovesTheProvidersCardTypesAndRestoresItsBackups) {
 TEST_F(UninstallSmartCard, StopsAtTheFirstViewThatFails) {
     const std::wstring locked = kCalais32 + L"\\SmartCards\\NV_A\\Locked";
     WriteRegistryDword(HKEY_LOCAL_MACHINE, locked, L"Value", 1);
-    setuputils::RegKey key;
-    ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, locked.c_str(), 0, WRITE_DAC, key.put()), ERROR_SUCCESS);
-    auto setDacl = [&](const wchar_t* sddl) {
-        setuputils::LocalMemory descriptor;
-        ConvertStringSecurityDescriptorToSecurityDescriptorW(
-            sddl, 1, reinterpret_cast<void**>(descriptor.put()), nullptr);
-        return RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, descriptor.get());
-    };
-    ASSERT_EQ(setDacl(L"D:(A;;KR;;;SY)(A;;WD;;;BA)"), ERROR_SUCCESS);
+    ASSERT_EQ(SetKeyDacl(locked, L"D:(A;;KR;;;SY)(A;;WD;;;BA)"), ERROR_SUCCESS);
 
     EXPECT_EQ(session_.Run("UninstallSmartCard", kProvider), 0x80090010u);
     EXPECT_TRUE(Has(kCalais, L"NV_A"));
     EXPECT_FALSE(Has(kCalais32, L"Orig"));
-    setDacl(L"D:(A;;KA;;;BA)");
+    SetKeyDacl(locked, L"D:(A;;KA;;;BA)");
 }
 
 } // namespace
