@@ -12,6 +12,7 @@
 #        Prints the toolchain folder last. --wine-test adds the libc++ that the
 #        ARM64 test build links to run under Wine (build_wine_test_runtime);
 #        --cached builds nothing and exits with 3 when the cache lacks the toolchain.
+#        Exits with 4 when a pinned source is gone from the archive or cannot be fetched.
 # Cache: $SETUPUTILS_WOA_CACHE, else $XDG_CACHE_HOME/setuputils-woa, else
 #        ~/.cache/setuputils-woa. The toolchain goes to <cache>/toolchain-<versions>;
 #        the source tarballs stay in <cache>/sources.
@@ -45,6 +46,12 @@ say() { echo "woa-toolchain: $*" >&2; }
 fail() {
     say "error: $*"
     exit 1
+}
+# A pinned source that the archive no longer holds, or cannot be reached.
+EXIT_SOURCE_GONE=4
+source_gone() {
+    say "error: $*"
+    exit $EXIT_SOURCE_GONE
 }
 
 # step <log name> <command>...: the command's output goes to <cache>/logs; its
@@ -87,7 +94,7 @@ debian_mirror() {
 # the system's apt state is left as it is.
 setup_source_apt() {
     local mirror=$1 suite
-    mkdir -p "$work/apt/lists/partial" "$work/apt/cache/archives/partial" "$work/apt/parts"
+    mkdir -p "$work/apt/lists/partial" "$work/apt/cache/archives/partial" "$work/apt/parts" "$cache/logs"
     : >"$work/apt/sources.list"
     for suite in $(echo "$MINGW_SUITES $LLVM_SUITES" | tr ' ' '\n' | sort -u); do
         echo "deb-src $mirror $suite main" >>"$work/apt/sources.list"
@@ -100,7 +107,9 @@ Dir::Cache "$work/apt/cache";
 Acquire::Languages "none";
 APT::Sandbox::User "root";
 EOF
-    APT_CONFIG=$work/apt/apt.conf step apt-update-sources apt-get update
+    APT_CONFIG=$work/apt/apt.conf apt-get update >"$cache/logs/apt-update-sources.log" 2>&1 ||
+        source_gone "the source indexes of $mirror ($(awk '{printf "%s%s", sep, $3; sep=" "}' \
+            "$work/apt/sources.list")) cannot be read; see $cache/logs/apt-update-sources.log"
 }
 
 # fetch <package> <version> <sha256>: the orig tarball into $sources, checked.
@@ -121,8 +130,8 @@ fetch_orig() {
             sums && $1 == sha { found = $3 }
             END { if (found) print dir, found }')
     if [ -z "$record" ]; then
-        fail "the Debian source $package $version (orig tarball, sha256 $sha) is no longer in the
-  archive at $mirror (suites: $(awk '{printf "%s%s", sep, $3; sep=" "}' "$work/apt/sources.list")).
+        source_gone "the Debian source $package $version (orig tarball, sha256 $sha) is not in the
+  archive at $mirror (gone from it, or the archive cannot be reached; suites: $(awk '{printf "%s%s", sep, $3; sep=" "}' "$work/apt/sources.list")).
   Either pin the version the archive now holds in ${BASH_SOURCE[0]} (its version and the
   sha256 of its orig tarball: APT_CONFIG=$work/apt/apt.conf apt-cache showsrc $package;
   ARM64EC needs mingw-w64 14 or later and LLVM 22 or later),
@@ -131,7 +140,7 @@ fetch_orig() {
     read -r directory file <<<"$record"
     say "fetching $file"
     /usr/lib/apt/apt-helper -o APT::Sandbox::User=root download-file "$mirror/$directory/$file" "$sources/$file" "SHA256:$sha" >/dev/null ||
-        fail "could not fetch $mirror/$directory/$file with sha256 $sha.
+        source_gone "could not fetch $mirror/$directory/$file with sha256 $sha.
   If the archive now holds a different file, pin the new version and sha256 in ${BASH_SOURCE[0]};
   or put the file into $sources and run again."
     echo "$sources/$file"
