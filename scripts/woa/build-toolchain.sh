@@ -81,13 +81,7 @@ install_host_packages() {
 }
 
 debian_mirror() {
-    local mirror=${WOA_MIRROR:-}
-    [ -n "$mirror" ] || mirror=$(grep -h -o -E '^URIs: *[^ ]+' /etc/apt/sources.list.d/*.sources 2>/dev/null |
-        awk '{print $2}' | grep -v -- '-security' | head -n 1 || true)
-    [ -n "$mirror" ] || mirror=$(grep -h -o -E '^deb +(\[[^]]*\] +)?[^ []+' /etc/apt/sources.list 2>/dev/null |
-        awk '{print $NF}' | grep -v -- '-security' | head -n 1 || true)
-    [ -n "$mirror" ] || fail "no Debian mirror found in the apt sources; set WOA_MIRROR"
-    echo "${mirror%/}"
+    "$here/debian-mirror.sh" || fail "no Debian mirror to fetch the sources from"
 }
 
 # A private apt configuration holding the source indexes of the newer suites;

@@ -85,12 +85,8 @@ mount_proc() {
 
 make_rootfs() {
     [ -f "$rootfs/.complete" ] && return 0
-    local mirror=${WOA_MIRROR:-}
-    [ -n "$mirror" ] || mirror=$(grep -h -o -E '^URIs: *[^ ]+' /etc/apt/sources.list.d/*.sources 2>/dev/null |
-        awk '{print $2}' | grep -v -- '-security' | head -n 1 || true)
-    [ -n "$mirror" ] || mirror=$(grep -h -o -E '^deb +[^ []+' /etc/apt/sources.list 2>/dev/null |
-        awk '{print $NF}' | grep -v -- '-security' | head -n 1 || true)
-    [ -n "$mirror" ] || fail "no Debian mirror found in the apt sources; set WOA_MIRROR"
+    local mirror
+    mirror=$(scripts/woa/debian-mirror.sh) || fail "no Debian mirror for the chroot"
     say "making the arm64 $RELEASE chroot with Wine in $rootfs"
     rm -rf "$rootfs"
     debootstrap --arch=arm64 --variant=minbase $RELEASE "$rootfs" "$mirror" >/dev/null ||
