@@ -1,6 +1,8 @@
 #include "machine.h"
 
 #include <cstring>
+#include <cwchar>
+#include <functional>
 #include <stdexcept>
 #include <vector>
 
@@ -12,6 +14,8 @@
 
 namespace harness {
 namespace {
+
+constexpr DWORD kPollMilliseconds = 20;
 
 using setuputils::RegKey;
 using setuputils::ServiceHandle;
@@ -176,12 +180,7 @@ void TestDriverService::Start() {
     if (!service || !StartServiceW(service.get(), 0, nullptr)) {
         throw std::runtime_error("StartServiceW failed: " + std::to_string(GetLastError()));
     }
-    SERVICE_STATUS status{};
-    for (int i = 0;
-         i < 50 && QueryServiceStatus(service.get(), &status) && status.dwCurrentState != SERVICE_RUNNING;
-         ++i) {
-        Sleep(100);
-    }
+    WaitForServiceState(name_, SERVICE_RUNNING);
 }
 
 DWORD TestDriverService::State() const {
@@ -195,11 +194,37 @@ DWORD ServiceState(const std::wstring& name) {
     return service && QueryServiceStatus(service.get(), &status) ? status.dwCurrentState : 0;
 }
 
-DWORD WaitForServiceState(const std::wstring& name, DWORD state) {
-    for (int i = 0; i < 50 && ServiceState(name) != state; ++i) {
-        Sleep(100);
+bool WaitUntil(const std::function<bool()>& condition, DWORD milliseconds) {
+    const ULONGLONG deadline = GetTickCount64() + milliseconds;
+    while (!condition()) {
+        if (GetTickCount64() >= deadline) {
+            return false;
+        }
+        Sleep(kPollMilliseconds);
     }
+    return true;
+}
+
+DWORD WaitForServiceState(const std::wstring& name, DWORD state) {
+    WaitUntil([&] { return ServiceState(name) == state; });
     return ServiceState(name);
+}
+
+std::wstring ServiceConfigText(const std::wstring& name) {
+    ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
+    ServiceHandle service(OpenServiceW(manager.get(), name.c_str(), SERVICE_QUERY_CONFIG));
+    DWORD size = 0;
+    QueryServiceConfigW(service.get(), nullptr, 0, &size);
+    std::vector<BYTE> buffer(size);
+    auto* config = reinterpret_cast<QUERY_SERVICE_CONFIGW*>(buffer.data());
+    if (!service || size == 0 || !QueryServiceConfigW(service.get(), config, size, &size)) {
+        return L"";
+    }
+    wchar_t numbers[40];
+    swprintf(numbers, 40, L"%#lx %lu %lu|", config->dwServiceType, config->dwStartType,
+             config->dwErrorControl);
+    return numbers + std::wstring(config->lpBinaryPathName) + L"|" + config->lpLoadOrderGroup + L"|" +
+           config->lpDisplayName;
 }
 
 void StopAndDeleteService(const std::wstring& name) {

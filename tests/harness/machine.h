@@ -1,6 +1,7 @@
 // Registry and service state of the test prefix, set up and checked by the tests.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -43,6 +44,11 @@ std::wstring TestDriverPath();
 
 // The state of service `name`, 0 when there is none.
 DWORD ServiceState(const std::wstring& name);
+// Polls `condition` until it holds or `milliseconds` pass; whether it held.
+bool WaitUntil(const std::function<bool()>& condition, DWORD milliseconds = 5000);
+// "type start-type error-control|binary path|load order group|display name"
+// of service `name`; empty when there is none.
+std::wstring ServiceConfigText(const std::wstring& name);
 // Waits up to five seconds for service `name` to be in `state` (0: gone); the state it ends in.
 DWORD WaitForServiceState(const std::wstring& name, DWORD state);
 // Stops and deletes the service, and waits until the service manager lets it go.

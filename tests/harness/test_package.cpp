@@ -126,6 +126,22 @@ void TestPackage::Sql(const std::wstring& query, const std::vector<std::wstring>
     Check(status, "SQL " + Narrow(query));
 }
 
+void TestPackage::Insert(const std::wstring& table, const std::wstring& columns, const Rows& rows) {
+    for (const std::vector<std::wstring>& row : rows) {
+        std::wstring values;
+        std::vector<std::wstring> texts;
+        for (const std::wstring& value : row) {
+            values += values.empty() ? L"" : L", ";
+            const bool integer = value.size() > 1 && value[0] == L'#';
+            values += integer ? value.substr(1) : L"?";
+            if (!integer) {
+                texts.push_back(value);
+            }
+        }
+        Sql(L"INSERT INTO `" + table + L"` (" + columns + L") VALUES (" + values + L")", texts);
+    }
+}
+
 void TestPackage::AddStandardTables() {
     Sql(L"CREATE TABLE `Property` (`Property` CHAR(72) NOT NULL, `Value` CHAR(0) NOT NULL LOCALIZABLE "
         L"PRIMARY KEY `Property`)");

@@ -28,6 +28,10 @@ public:
     void Sql(const std::wstring& query);
     // Runs a statement whose "?" markers take the fields of `values`, in order.
     void Sql(const std::wstring& query, const std::vector<std::wstring>& values);
+    // Inserts `rows` into `table`; `columns` names them ("`A`, `B`"). A value
+    // "#<number>" is an integer, any other a string (an empty one is null).
+    using Rows = std::vector<std::vector<std::wstring>>;
+    void Insert(const std::wstring& table, const std::wstring& columns, const Rows& rows);
 
     // Property, Directory, Component, Feature, FeatureComponents, File, Media,
     // CustomAction, Binary, Registry, Error and InstallExecuteSequence, with
