@@ -32,23 +32,25 @@ foreach(line IN LISTS imports)
   message(STATUS "imports ${name}")
 endforeach()
 
-set(exports AddNewFeatures AddNVCertStore AddRemovedComponents AllAppPackageSecurity
-    AnotherCSPDetected CheckDll CheckModeOff CheckModeOn CheckVipNet
-    ClearWrongMachineCertificateProperties ClearWrongUserCertificateProperties DelAllReg
-    DeleteShortcuts DelNVCryptographyKey DelNVCSPs EnableInteractiveServices FixDefaultProvider
-    FixPrivateKeyLinks GetCSPProgramW6432Dir GetOldRPProductID GetOldWLProductID HiberbootDisable
-    HideNVCSPRIfInstalled HideNVCSPRIfKC InitializeHardRng InitializeHardRngUser KSCheckDeleteFlag
-    KSCleanup KSInstallW KSInstallWW KSInstCleanUp KSInstInstall KSInstRollback KSInstUninstall
-    KSProcess KSUninstallW KSUninstallWW MigrateReaders MsiCreateService MsiCreateServiceRollback
-    MsiGetShortPathName NvnLink NvnRelocate NvnRevert NvnUnlink NVRegisterUser ProcessPropertyEx
-    ProcessRegReaders RebuildIconCache RegCreateSlot0Entry RemoveAppPaths RunDllW
-    SetNoInteractiveServices SetRegistryLow SetRunOnceEveryone SetSCardSvrAutoStart SetupCSPTest
-    SslRegInstall SslRegister SslRegRollback SslRegUninstall StrengthenedKeyWarning TlsRegUninstall
-    UnHookSystem UninstallCSP2 UninstallSmartCard UninstallTLS2 UnprotectService
-    UpdateSystemIntegrity)
-foreach(name IN LISTS exports)
+# Every name of the module definition, and nothing else.
+file(STRINGS ${DEF} lines)
+list(FIND lines "EXPORTS" first)
+list(SUBLIST lines ${first} -1 lines)
+list(REMOVE_AT lines 0)
+list(FILTER lines INCLUDE REGEX "^[ \t]+[A-Za-z0-9_]+[ \t]*(=.*)?$")
+string(REGEX MATCH "\\[Ordinal/Name Pointer\\] Table\n([ \t]+\\[[^\n]+\n)+" table "${dump}")
+# One line per name after the table's heading (CMake lists do not take the brackets of its lines).
+string(REGEX MATCHALL "\n" line_ends "${table}")
+list(LENGTH line_ends exported_count)
+math(EXPR exported_count "${exported_count} - 1")
+list(LENGTH lines defined_count)
+if(NOT exported_count EQUAL defined_count)
+  message(FATAL_ERROR "exports ${exported_count} names, the module definition ${defined_count}")
+endif()
+foreach(line IN LISTS lines)
+  string(REGEX REPLACE "^[ \t]*([A-Za-z0-9_]+).*$" "\\1" name "${line}")
   if(NOT dump MATCHES "\\] ${name}\n")
     message(FATAL_ERROR "does not export ${name}")
   endif()
 endforeach()
-message(STATUS "exports checked: ${exports}")
+message(STATUS "exports checked: ${defined_count} names")
