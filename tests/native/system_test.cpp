@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cwchar>
 
 namespace setuputils {
@@ -65,38 +66,34 @@ TEST(ServiceFields, UnprotectedConfigurationCutsTheOptionAndOwnsTheProcess) {
     }
 }
 
+// Entries as "|"-terminated text. A name goes in after the last package of a
+// well-formed value (before its closing empty entry), else before the last
+// package; one listed already stays as spelled and further copies go. Removing
+// drops every copy. Names are whole entries; empty entries inside stay.
 TEST(PackageList, InsertAndRemoveAsTheAuthorityListNeedsThem) {
-    const struct {
-        std::wstring data;
-        const wchar_t* name;
-        bool insert;
-        std::wstring expected;
-    } cases[] = {
-        // After the last package of a well-formed value, before its closing empty entry.
-        {L"kerberos\0msv1_0\0schannel\0\0"s, L"nvsspap", true, L"kerberos\0msv1_0\0schannel\0nvsspap\0\0"s},
-        // Listed already: kept as spelled, nothing added; a second copy goes.
-        {L"a\0NVSSPAP\0b\0\0"s, L"nvsspap", true, L"a\0NVSSPAP\0b\0\0"s},
-        {L"NvSspAp\0a\0nvsspap\0\0"s, L"nvsspap", true, L"NvSspAp\0a\0\0"s},
-        // Without the final empty entry: before the last package.
-        {L"a\0b\0"s, L"nvsspap", true, L"a\0nvsspap\0b\0"s},
-        {L"a\0b"s, L"nvsspap", true, L"a\0nvsspap\0b\0"s},
-        // A missing or empty value: the name and the closing empty entry.
-        {L""s, L"nvsspap", true, L"nvsspap\0\0"s},
-        // The name is the last entry itself.
-        {L"a\0nvsspap"s, L"nvsspap", true, L"a\0nvsspap\0"s},
-        // Removing drops every copy; an absent name leaves the list as it was.
-        {L"sspp\0a\0SSPP\0\0"s, L"sspp", false, L"a\0\0"s},
-        {L"a\0b\0\0"s, L"itcssp", false, L"a\0b\0\0"s},
-        {L""s, L"itcssp", false, L"\0"s},
-        // Names are whole entries, not parts of one; empty entries inside stay.
-        {L"nvsspap2\0\0b\0\0"s, L"nvsspap", true, L"nvsspap2\0\0b\0nvsspap\0\0"s}};
-    auto equal = [](const std::wstring& a, const std::wstring& b) {
-        return wcscasecmp(a.c_str(), b.c_str()) == 0;
+    auto edit = [](std::wstring data, const wchar_t* name, bool insert) {
+        std::replace(data.begin(), data.end(), L'|', L'\0');
+        auto equal = [](const std::wstring& a, const std::wstring& b) {
+            return wcscasecmp(a.c_str(), b.c_str()) == 0;
+        };
+        std::wstring edited = JoinPackageList(EditPackageList(SplitPackageList(data), name, insert, equal));
+        std::replace(edited.begin(), edited.end(), L'\0', L'|');
+        return edited;
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(JoinPackageList(EditPackageList(SplitPackageList(c.data), c.name, c.insert, equal)),
-                  c.expected)
-            << testing::PrintToString(c.data) << (c.insert ? " insert " : " remove ") << c.name;
+    using Case = std::tuple<const wchar_t*, const wchar_t*, bool, const wchar_t*>;
+    const Case cases[] = {{L"kerberos|msv1_0||", L"nv", true, L"kerberos|msv1_0|nv||"},
+                          {L"a|NV|b||", L"nv", true, L"a|NV|b||"},
+                          {L"Nv|a|nv||", L"nv", true, L"Nv|a||"},
+                          {L"a|b|", L"nv", true, L"a|nv|b|"},
+                          {L"a|b", L"nv", true, L"a|nv|b|"},
+                          {L"", L"nv", true, L"nv||"},
+                          {L"a|nv", L"nv", true, L"a|nv|"},
+                          {L"nv2||b||", L"nv", true, L"nv2||b|nv||"},
+                          {L"ss|a|SS||", L"ss", false, L"a||"},
+                          {L"a|b||", L"ss", false, L"a|b||"},
+                          {L"", L"ss", false, L"|"}};
+    for (const auto& [data, name, insert, expected] : cases) {
+        EXPECT_EQ(edit(data, name, insert), expected) << data << (insert ? " + " : " - ") << name;
     }
 }
 
@@ -112,19 +109,19 @@ TEST(UninstallRules, CommandLineAppendsTheSwitches) {
 TEST(UninstallRules, ResultCodeIsTheNumberAfterTheFirstMarker) {
     constexpr std::int32_t kMax = 2147483647;
     using Case = std::pair<std::string, std::optional<std::int32_t>>;
-    const Case cases[] = {{"[Result]\r\nResultCode=0\r\n", 0},
-                          {"ResultCode=-3\r\nResultCode=0", -3},
-                          {"x ResultCode= \t+12abc", 12},
-                          {"ResultCode=-2147483648", -kMax - 1},
+    const Case cases[] = {{"ResultCode=-2147483648", -kMax - 1},
                           {"ResultCode=4294967296", kMax},
                           {"ResultCode=-99999999999999999999", -kMax - 1},
-                          {"ResultCode=", {}},
-                          {"ResultCode=-", {}},
-                          {"ResultCode=x1", {}},
-                          {"ResultCode =1\r\nresultcode=1", {}},
-                          {"", {}},
+                          {"[Result]\r\nResultCode=0\r\n", 0},
+                          {"ResultCode=-3\r\nResultCode=0", -3},
+                          {"x ResultCode= \t+12abc", 12},
+                          {"ResultCode=7\0ResultCode=8"s, 7},
                           {"Result\0Code=1\r\nResultCode=2"s, {}},
-                          {"ResultCode=7\0ResultCode=8"s, 7}};
+                          {"ResultCode =1\r\nresultcode=1", {}},
+                          {"ResultCode=x1", {}},
+                          {"ResultCode=-", {}},
+                          {"ResultCode=", {}},
+                          {"", {}}};
     for (const auto& [log, code] : cases) {
         EXPECT_EQ(FindResultCode(log), code) << testing::PrintToString(log);
     }
