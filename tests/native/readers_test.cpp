@@ -1,0 +1,154 @@
+#include "readers/reader_migration.h"
+#include "readers/reader_rows.h"
+#include "readers/smart_card_types.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+namespace setuputils {
+namespace {
+
+using Names = std::vector<std::wstring>;
+
+// Rows whose name holds "\Default" as written, or whose Condition names a
+// subkey list exactly; a blank makes the Condition an expression.
+TEST(ReaderMigration, DecideWhichRowsAreLookedAt) {
+    constexpr auto kSkip = ReaderMigration::Skip, kFlag = ReaderMigration::Flag;
+    constexpr auto kPath = ReaderMigration::KeyStorePath, kList = ReaderMigration::SubkeyList;
+    using Case = std::tuple<const wchar_t*, const wchar_t*, ReaderMigration>;
+    const Case cases[] = {{L"X\\Defaults\\Y", L"P", kFlag},     {L"X\\Default", L"P X", kSkip},
+                          {L"X\\default", L"P", kSkip},         {L"X", L"P", kSkip},
+                          {L"X\\Default", L"REGFLOPPY", kList}, {L"X", L"REGFLOPPY", kList},
+                          {L"X", L"REGDS1410E", kList},         {L"X", L"REGDS9097E", kList},
+                          {L"X", L"REGDS9097U", kList},         {L"X", L"regfloppy", kSkip},
+                          {L"X\\Default", L"REGDSRF", kPath},   {L"X", L"REGDSRF", kSkip}};
+    for (const auto& [name, condition, expected] : cases) {
+        EXPECT_EQ(DecideReaderMigration(name, condition), expected) << name << " / " << condition;
+    }
+}
+
+// The comma goes by enumeration index, so a left-out first subkey leaves a leading comma.
+TEST(ReaderMigration, SubkeyListsAndKeyStorePaths) {
+    EXPECT_EQ(JoinSubkeyList({L"A", L"PNP FAT12", L"B"}), L"A,B");
+    EXPECT_EQ(JoinSubkeyList({L"PNP FAT12", L"A", L"B"}), L",A,B");
+    EXPECT_EQ(JoinSubkeyList({L"pnp fat12", L"PNP FAT12 ", L"B C"}), L"pnp fat12,PNP FAT12 ,B C");
+    EXPECT_EQ(KeyStorePathPrefix(L"C:\\a\\db1\\kis_1\\b\\db1\\kis_1"), L"C:\\a");
+    EXPECT_EQ(KeyStorePathPrefix(L"D:/keys/db1/kis_1"), L"");
+}
+
+// Places as "key below the reader's key|value name;", each identifier checked against them.
+std::wstring Places(const wchar_t* parameter, const std::optional<std::wstring>& list) {
+    const std::wstring key = L"SOFTWARE\\Norvane\\Cryptography\\CurrentVersion\\KeyCarriers\\Flash";
+    std::wstring text;
+    for (const ReaderValuePlace& place : ReaderValuePlaces(L"KeyCarriers", L"Flash", parameter, list)) {
+        EXPECT_EQ(place.identifier, place.key + L"\\" + place.name);
+        EXPECT_EQ(place.key.substr(0, key.size()), key);
+        text += place.key.substr(key.size()) + L"|" + place.name + L";";
+    }
+    return text;
+}
+
+// Only the whole text "-" names the default value. A list property, even an
+// empty one, puts each of its items, blanks and empty ones kept, one key level deeper.
+TEST(ReaderRows, ValuePlaces) {
+    EXPECT_EQ(Places(L"-", std::nullopt), L"|;");
+    EXPECT_EQ(Places(L"--", std::nullopt) + Places(L" -", std::nullopt), L"|--;| -;");
+    EXPECT_EQ(Places(L"-", L"A,"), L"\\A|;\\|;");
+    EXPECT_EQ(Places(L"Dll", L""), L"\\|Dll;");
+    EXPECT_EQ(SplitListProperty(L",A,,B"), (Names{L"", L"A", L"", L"B"}));
+    EXPECT_EQ(SplitListProperty(L" A , B "), (Names{L" A ", L" B "}));
+}
+
+// From the first "#" on, "#x" skipped, pairs of hexadecimal digits: a trailing
+// odd character is ignored, a non-digit ends a pair's number.
+TEST(SmartCardTypes, CardBytesText) {
+    using Case = std::pair<const wchar_t*, std::optional<CardBytes>>;
+    const Case cases[] = {{L"#x3b8f0", CardBytes{0x3B, 0x8F}},
+                          {L"ab#x01", CardBytes{0x01}},
+                          {L"#xG3", CardBytes{0x00}},
+                          {L"#x3G", CardBytes{0x03}},
+                          {L"#x", CardBytes{}},
+                          {L"#", CardBytes{}},
+                          {L"3B8F", std::nullopt},
+                          {L"", std::nullopt}};
+    for (const auto& [text, bytes] : cases) {
+        EXPECT_EQ(ParseCardBytes(text), bytes) << text;
+    }
+    EXPECT_EQ(FormatCardBytes(CardBytes{0x00, 0x0A, 0xFF}), L"#x000AFF");
+}
+
+// Checked both ways round. Only the bits both masks set count, up to the
+// shorter mask (an empty one matches everything); a missing ATR byte is 0.
+TEST(SmartCardTypes, MaskedAtrsMatchOnTheBitsBothMasksSet) {
+    using Case = std::tuple<CardBytes, CardBytes, CardBytes, CardBytes, bool>;
+    const Case cases[] = {{{0x3B, 0x01}, {0xFF, 0xFF}, {0x3B, 0x01}, {0xFF, 0xFF}, true},
+                          {{0x3B, 0x01}, {0xFF, 0xFF}, {0x3B, 0x02}, {0xFF, 0xFF}, false},
+                          {{0x3B, 0x02}, {0xFF, 0xFF}, {0x3B, 0x05}, {0xFF, 0xF0}, true},
+                          {{0x3B}, {}, {0x4C, 0x01}, {0xFF, 0xFF}, true},
+                          {{0x3B, 0x01}, {0xFF}, {0x3B, 0x02}, {0xFF, 0xFF}, true},
+                          {{0x3B}, {0xFF, 0xFF}, {0x3B, 0x00}, {0xFF, 0xFF}, true},
+                          {{0x3B}, {0xFF, 0xFF}, {0x3B, 0x01}, {0xFF, 0xFF}, false}};
+    for (const auto& [atr1, mask1, atr2, mask2, match] : cases) {
+        EXPECT_EQ(MaskedAtrsMatch(atr1, mask1, atr2, mask2), match) << FormatCardBytes(atr2);
+        EXPECT_EQ(MaskedAtrsMatch(atr2, mask2, atr1, mask1), match) << FormatCardBytes(atr2);
+    }
+}
+
+// The later of two rows counts; a card is left out for each defect of its rows or name.
+TEST(SmartCardTypes, CardsAndTheirKeys) {
+    CardRowsByName rows;
+    AddCardRow(rows, L"Vendor\\Model", L"ATR", L"#x3B00");
+    AddCardRow(rows, L"Vendor\\Model", L"Value", L"#x3B02");
+    using Card = std::tuple<const wchar_t*, const wchar_t*, const wchar_t*>; // name, ATR and Mask rows
+    const Card cards[] = {{L"Vendor\\Model", L"#x3B01", L"#xFFFF"},
+                          {L"Vendor_Model", L"#x3B01", L"#xFF"},
+                          {L"Only ATR", L"#x3B", nullptr},
+                          {L"Only mask", nullptr, L"#xFF"},
+                          {L"No hash", L"3B", L"#xFF"},
+                          {L"A\\B\\C", L"#x3B", L"#xFF"},
+                          {L"Token", L"#x3C", L"#x"}};
+    for (const auto& [name, atr, mask] : cards) {
+        if (atr) {
+            AddCardRow(rows, name, L"ATR", atr);
+        }
+        if (mask) {
+            AddCardRow(rows, name, L"Mask", mask);
+        }
+    }
+    const CardList list = BuildCalaisCards(rows, L"CSP");
+    ASSERT_EQ(list.cards.size(), 2u);
+    EXPECT_EQ(list.cards[0].name + L"|" + FormatCardBytes(list.cards[0].mask), L"Token|#x");
+    EXPECT_EQ(list.cards[1].name + L"|" + FormatCardBytes(list.cards[1].atr) + L"|" + list.cards[1].provider,
+              L"Vendor\\Model|#x3B01|CSP");
+    std::vector<std::pair<std::wstring, CardDefect>> leftOut;
+    for (const LeftOutCard& card : list.leftOut) {
+        leftOut.emplace_back(card.name, card.defect);
+    }
+    EXPECT_EQ(leftOut, (decltype(leftOut){{L"A\\B\\C", CardDefect::BadKeyName},
+                                          {L"No hash", CardDefect::NoHash},
+                                          {L"Only ATR", CardDefect::NoMask},
+                                          {L"Only mask", CardDefect::NoAtr},
+                                          {L"Vendor_Model", CardDefect::KeyTaken}}));
+    EXPECT_EQ(CardKeyName(L"Vendor\\Model") + CardKeyName(L"Token"), L"NV_Vendor_ModelNV_Token");
+    EXPECT_TRUE(IsOwnCardKey(L"NV_Token") && IsOwnCardKey(L"nv_token") && IsOwnCardKey(L"NV_"));
+    EXPECT_FALSE(IsOwnCardKey(L"NVToken") || IsOwnCardKey(L"NV") || IsOwnCardKey(L"Token NV_"));
+}
+
+CardBytes Utf16(std::wstring_view text) {
+    CardBytes bytes(text.size() * sizeof(wchar_t));
+    std::memcpy(bytes.data(), text.data(), bytes.size());
+    return bytes;
+}
+
+// The installer's reading of these texts is shown by the Wine tests; here
+// the forms they do not meet.
+TEST(SmartCardTypes, RegistryValueText) {
+    EXPECT_EQ(RegistryValueText(kRegTypeString, Utf16(std::wstring_view(L"ab\0c", 4))), L"ab");
+    EXPECT_EQ(RegistryValueText(kRegTypeMultiString, Utf16(std::wstring_view(L"a\0\0b\0", 5))), L"[~]a[~]");
+    EXPECT_EQ(RegistryValueText(kRegTypeDword, CardBytes{5, 0, 0}), L"#x050000");
+    EXPECT_EQ(RegistryValueText(11, CardBytes{1, 0, 0, 0, 0, 0, 0, 0}), L"#x0100000000000000");
+}
+
+} // namespace
+} // namespace setuputils
