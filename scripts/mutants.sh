@@ -21,8 +21,35 @@ build() {
 }
 
 suite_passes() {
-    ctest --test-dir build/native -j "$jobs" --stop-on-failure --timeout 300 >/dev/null 2>&1 &&
-        ctest --test-dir build/win -j "$jobs" --stop-on-failure --timeout 300 >/dev/null 2>&1
+    ctest --test-dir build/native -j "$jobs" --stop-on-failure --timeout 300 "$@" >/dev/null 2>&1 &&
+        ctest --test-dir build/win -j "$jobs" --stop-on-failure --timeout 300 "$@" >/dev/null 2>&1
+}
+
+# The Wine tests of the folder a fault is in, which run first: a fault they
+# catch costs seconds, not the whole suite. Only a fault they miss runs the rest.
+first_tests() {
+    case "$1" in
+    src/frame/*) echo "session|install_service|remove_driver_package|windows" ;;
+    src/drivers/*) echo "ks_|install_service|remove_driver_package|windows" ;;
+    src/readers/*) echo "reg_readers|smart_card_types|migrate_readers" ;;
+    src/registry/* | src/profiles/*) echo "registry|profiles|windows" ;;
+    src/services/*) echo "services" ;;
+    src/provider/*) echo "provider_defaults|certificates" ;;
+    src/rng/*) echo "random_seeding|windows" ;;
+    src/sspi/*) echo "security_packages|tls_package" ;;
+    src/integrity/*) echo "system_integrity" ;;
+    src/legacy/*) echo "previous_version" ;;
+    src/features/*) echo "features" ;;
+    *) echo "none" ;;
+    esac
+}
+
+# The native unit tests, then the Wine tests of the fault's folder, then all.
+caught() {
+    ! ctest --test-dir build/native -j "$jobs" --stop-on-failure -E fuzz >/dev/null 2>&1 ||
+        ! ctest --test-dir build/win -j "$jobs" --timeout 300 -R "wine.prefix|$(first_tests "$1")" \
+            >/dev/null 2>&1 ||
+        ! suite_passes
 }
 
 backup=$(mktemp)
@@ -51,11 +78,11 @@ while IFS=$'\t' read -r file old new what; do
         { echo "bad fault (text not found once): $file: $old" >&2; exit 1; }
     if ! build; then
         outcome="no-build"
-    elif suite_passes; then
-        outcome="survived"
-    else
+    elif caught "$file"; then
         outcome="killed"
         killed=$((killed + 1))
+    else
+        outcome="survived"
     fi
     restore
     printf '%-8s %s: %s\n' "$outcome" "$file" "$what"
