@@ -6,10 +6,10 @@
 //   exit=<number>        its exit code (0 when not given)
 //   rename=<from>|<to>   a rename queued for the next restart with MoveFileExW;
 //                        with nothing after "|", a deletion
-//   record=<key>         its command line, as received, in HKCU\<key> "CommandLine"
 // Without a readable response file or a log switch it exits with 99.
+#include <filesystem>
+#include <fstream>
 #include <string>
-#include <vector>
 
 #include <windows.h>
 
@@ -17,81 +17,29 @@ namespace {
 
 // The text between `switchText` + '"' and the next '"'.
 std::wstring QuotedArgument(const std::wstring& commandLine, const std::wstring& switchText) {
-    const std::wstring opening = switchText + L"\"";
-    const std::size_t start = commandLine.find(opening);
+    const std::size_t start = commandLine.find(switchText + L"\"");
     if (start == std::wstring::npos) {
         return L"";
     }
-    const std::size_t from = start + opening.size();
+    const std::size_t from = start + switchText.size() + 1;
     return commandLine.substr(from, commandLine.find(L'"', from) - from);
-}
-
-std::string ReadFileText(const std::wstring& path) {
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) {
-        return "";
-    }
-    std::string text(GetFileSize(file, nullptr), '\0');
-    DWORD read = 0;
-    ReadFile(file, text.data(), static_cast<DWORD>(text.size()), &read, nullptr);
-    CloseHandle(file);
-    text.resize(read);
-    return text;
-}
-
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::size_t start = 0;
-    while (start < text.size()) {
-        std::size_t end = text.find('\n', start);
-        if (end == std::string::npos) {
-            end = text.size();
-        }
-        std::string line = text.substr(start, end - start);
-        if (!line.empty() && line.back() == '\r') {
-            line.pop_back();
-        }
-        lines.push_back(line);
-        start = end + 1;
-    }
-    return lines;
-}
-
-std::wstring Wide(const std::string& text) {
-    return std::wstring(text.begin(), text.end());
-}
-
-void Record(const std::wstring& key, const std::wstring& commandLine) {
-    HKEY records = nullptr;
-    if (RegCreateKeyExW(HKEY_CURRENT_USER, key.c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr, &records,
-                        nullptr) == ERROR_SUCCESS) {
-        RegSetValueExW(records, L"CommandLine", 0, REG_SZ, reinterpret_cast<const BYTE*>(commandLine.c_str()),
-                       static_cast<DWORD>((commandLine.size() + 1) * sizeof(wchar_t)));
-        RegCloseKey(records);
-    }
-}
-
-void QueueRename(const std::wstring& operation) {
-    const std::size_t bar = operation.find(L'|');
-    const std::wstring from = operation.substr(0, bar);
-    const std::wstring to = bar == std::wstring::npos ? L"" : operation.substr(bar + 1);
-    MoveFileExW(from.c_str(), to.empty() ? nullptr : to.c_str(), MOVEFILE_DELAY_UNTIL_REBOOT);
 }
 
 } // namespace
 
 int main() {
     const std::wstring commandLine = GetCommandLineW();
-    const std::wstring responsePath = QuotedArgument(commandLine, L"-f1");
     const std::wstring logPath = QuotedArgument(commandLine, L"-f2");
-    const std::string response = ReadFileText(responsePath);
-    if (response.empty() || logPath.empty()) {
+    std::ifstream response(std::filesystem::path(QuotedArgument(commandLine, L"-f1")));
+    if (!response || logPath.empty()) {
         return 99;
     }
-    std::string log = "[Removal]\r\n";
+    std::string log = "[Removal]\r\n", line;
     int exitCode = 0;
-    for (const std::string& line : Lines(response)) {
+    while (std::getline(response, line)) {
+        if (!line.empty() && line.back() == '\r') {
+            line.pop_back();
+        }
         const std::size_t equals = line.find('=');
         const std::string key = line.substr(0, equals);
         const std::string value = equals == std::string::npos ? "" : line.substr(equals + 1);
@@ -100,18 +48,11 @@ int main() {
         } else if (key == "exit") {
             exitCode = std::stoi(value);
         } else if (key == "rename") {
-            QueueRename(Wide(value));
-        } else if (key == "record") {
-            Record(Wide(value), commandLine);
+            const std::string from = value.substr(0, value.find('|'));
+            const std::string to = value.substr(from.size() + 1);
+            MoveFileExA(from.c_str(), to.empty() ? nullptr : to.c_str(), MOVEFILE_DELAY_UNTIL_REBOOT);
         }
     }
-    HANDLE file = CreateFileW(logPath.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
-                              FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) {
-        return 99;
-    }
-    DWORD written = 0;
-    WriteFile(file, log.data(), static_cast<DWORD>(log.size()), &written, nullptr);
-    CloseHandle(file);
+    std::ofstream(std::filesystem::path(logPath), std::ios::binary) << log;
     return exitCode;
 }

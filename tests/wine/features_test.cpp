@@ -1,7 +1,7 @@
 // The feature and property actions against Wine's installer: PropertyEx rules
 // in a real session, "nvcspr" hidden in the session's Feature table, and
-// feature selection and AppPath clean-up against products really installed in
-// the test prefix.
+// feature selection and AppPath clean-up against products installed in the
+// test prefix for the test.
 #include <gtest/gtest.h>
 
 #include <windows.h>
@@ -9,22 +9,19 @@
 #include <msiquery.h>
 
 #include <algorithm>
-#include <memory>
+#include <map>
 #include <set>
 #include <string>
-#include <tuple>
 
 #include "action_session.h"
 #include "frame/product_codes.h"
+#include "frame/session.h"
 #include "library.h"
 #include "machine.h"
-#include "msi_text.h"
 #include "test_package.h"
 
 namespace harness {
 namespace {
-
-const std::wstring kAppPaths = L"SOFTWARE\\Norvane\\Cryptography\\CurrentVersion\\AppPath";
 
 class FeaturesTest : public ::testing::Test {
 protected:
@@ -33,55 +30,23 @@ protected:
     SetupUtilsLibrary library_;
 };
 
-void AddFeatureRow(TestPackage& package, const std::wstring& feature, const std::wstring& parent,
-                   int level = 1) {
-    package.Sql(L"INSERT INTO `Feature` (`Feature`, `Feature_Parent`, `Display`, `Level`, `Attributes`) "
-                L"VALUES (?, ?, 1, " +
-                    std::to_wstring(level) + L", 0)",
-                {feature, parent});
-}
-
-using FeatureRow = std::tuple<std::wstring, std::wstring, int>; // name, parent, display
-
-std::set<FeatureRow> FeatureRows(MSIHANDLE database) {
-    MsiHandle view;
-    MsiDatabaseOpenViewW(database, L"SELECT `Feature`, `Feature_Parent`, `Display` FROM `Feature`",
-                         view.put());
-    MsiViewExecute(view.get(), 0);
-    std::set<FeatureRow> rows;
-    for (MsiHandle record; MsiViewFetch(view.get(), record.put()) == ERROR_SUCCESS;) {
-        auto text = [&](UINT field) {
-            return ReadMsiText([&](wchar_t* value, DWORD* size) {
-                return MsiRecordGetStringW(record.get(), field, value, size);
-            });
-        };
-        rows.emplace(text(1), text(2), MsiRecordGetInteger(record.get(), 3));
-    }
-    return rows;
-}
-
-std::set<FeatureRow> SessionFeatureRows(TestSession& session) {
-    MsiHandle database(MsiGetActiveDatabase(session.get()));
-    return FeatureRows(database.get());
-}
-
 TEST_F(FeaturesTest, PropertyExRulesSetClearOrKeepTheirProperties) {
     const struct {
         const wchar_t* property;
         const wchar_t* value;
-        int flags;
+        const wchar_t* flags;
         const wchar_t* condition;
         const wchar_t* before; // null: unset
         const wchar_t* after;
     } rules[] = {
-        {L"ZERO", L"v", 0, L"", L"0", L""}, // "0" counts as unset: cleared, not given the value
-        {L"ZERO_OVERWRITTEN", L"v", 1, L"", L"0", L"v"},
-        {L"OVERWRITTEN", L"[OTHER]\\x", 1, L"", L"old", L"other\\x"},
-        {L"EMPTY", L"[OTHER]y", 0, L"", nullptr, L"othery"},
-        {L"KEPT", L"v", 0, L"", L"old", L"old"},
-        {L"KEPT_ZEROS", L"v", 0, L"", L"00", L"00"},
-        {L"SKIPPED", L"v", 1, L"OTHER = \"none\"", L"old", L"old"},
-        {L"CONDITIONED", L"v", 0, L"OTHER = \"other\"", nullptr, L"v"},
+        {L"ZERO", L"v", L"#0", L"", L"0", L""}, // "0" counts as unset: cleared, not given the value
+        {L"ZERO_OVERWRITTEN", L"v", L"#1", L"", L"0", L"v"},
+        {L"OVERWRITTEN", L"[OTHER]\\x", L"#1", L"", L"old", L"other\\x"},
+        {L"EMPTY", L"[OTHER]y", L"#0", L"", nullptr, L"othery"},
+        {L"KEPT", L"v", L"#0", L"", L"old", L"old"},
+        {L"KEPT_ZEROS", L"v", L"#0", L"", L"00", L"00"},
+        {L"SKIPPED", L"v", L"#1", L"OTHER = \"none\"", L"old", L"old"},
+        {L"CONDITIONED", L"v", L"#0", L"OTHER = \"other\"", nullptr, L"v"},
     };
     TestPackage package;
     package.AddStandardTables();
@@ -90,9 +55,8 @@ TEST_F(FeaturesTest, PropertyExRulesSetClearOrKeepTheirProperties) {
         L"NULL, `Condition` CHAR(255) PRIMARY KEY `Property`)");
     package.SetProperty(L"OTHER", L"other");
     for (const auto& rule : rules) {
-        package.Sql(L"INSERT INTO `PropertyEx` (`Property`, `Value`, `Flags`, `Condition`) VALUES (?, ?, " +
-                        std::to_wstring(rule.flags) + L", ?)",
-                    {rule.property, rule.value, rule.condition});
+        package.Insert(L"PropertyEx", L"`Property`, `Value`, `Flags`, `Condition`",
+                       {{rule.property, rule.value, rule.flags, rule.condition}});
         if (rule.before != nullptr) {
             package.SetProperty(rule.property, rule.before);
         }
@@ -104,14 +68,34 @@ TEST_F(FeaturesTest, PropertyExRulesSetClearOrKeepTheirProperties) {
         EXPECT_EQ(session.Property(rule.property), rule.after) << rule.property;
     }
 
-    // A condition the installer cannot parse fails the action.
-    package.Sql(
-        L"INSERT INTO `PropertyEx` (`Property`, `Value`, `Flags`, `Condition`) VALUES ('BAD', 'v', 0, "
-        L"'OTHER ==')");
+    // A condition the installer cannot parse fails the action, and so does a package without the table.
+    package.Insert(L"PropertyEx", L"`Property`, `Value`, `Flags`, `Condition`",
+                   {{L"BAD", L"v", L"#0", L"OTHER =="}});
     EXPECT_EQ(Run("ProcessPropertyEx", session), static_cast<UINT>(ERROR_INSTALL_FAILURE));
-    // So does a package without the table.
     ActionSession plain;
     EXPECT_EQ(plain.Run("ProcessPropertyEx"), static_cast<UINT>(ERROR_INSTALL_FAILURE));
+}
+
+void AddFeatureRow(TestPackage& package, const std::wstring& feature, const std::wstring& parent,
+                   const wchar_t* level = L"#1") {
+    package.Insert(L"Feature", L"`Feature`, `Feature_Parent`, `Display`, `Level`, `Attributes`",
+                   {{feature, parent, L"#1", level, L"#0"}});
+}
+
+// Each feature with its parent and Display, as the session's Feature table holds them.
+std::set<std::wstring> FeatureRows(TestSession& session) {
+    MsiHandle database(MsiGetActiveDatabase(session.get())), view;
+    MsiDatabaseOpenViewW(database.get(), L"SELECT `Feature`, `Feature_Parent`, `Display` FROM `Feature`",
+                         view.put());
+    MsiViewExecute(view.get(), 0);
+    std::set<std::wstring> rows;
+    for (MsiHandle record; MsiViewFetch(view.get(), record.put()) == ERROR_SUCCESS;) {
+        std::wstring feature, parent;
+        setuputils::GetRecordString(record.get(), 1, feature);
+        setuputils::GetRecordString(record.get(), 2, parent);
+        rows.insert(feature + L"<" + parent + L" " + std::to_wstring(MsiRecordGetInteger(record.get(), 3)));
+    }
+    return rows;
 }
 
 // Wine cannot show that the rows put back are temporary ones: committing a
@@ -131,16 +115,15 @@ TEST_F(FeaturesTest, HidingPutsNvcsprBackHiddenAndKeepsItsChildren) {
         package.Commit();
         TestSession session(package);
         session.Cost();
-        const std::set<FeatureRow> before = SessionFeatureRows(session);
+        std::set<std::wstring> rows = FeatureRows(session);
         // Not installed: nothing changes.
         EXPECT_EQ(Run("HideNVCSPRIfInstalled", session), 0u);
-        EXPECT_EQ(SessionFeatureRows(session), before);
+        EXPECT_EQ(FeatureRows(session), rows);
 
         EXPECT_EQ(Run("HideNVCSPRIfKC", session), 0u);
-        std::set<FeatureRow> hidden = before;
-        hidden.erase({L"nvcspr", L"", 1});
-        hidden.insert({L"nvcspr", L"", 0});
-        EXPECT_EQ(SessionFeatureRows(session), hidden);
+        rows.erase(L"nvcspr< 1");
+        rows.insert(L"nvcspr< 0");
+        EXPECT_EQ(FeatureRows(session), rows);
     }
 }
 
@@ -165,117 +148,96 @@ struct ProviderPackage {
                     {setuputils::kNewFeaturesProbeComponent});
         package.AddFileComponent(L"tool", L"APPDIR", L"tool.exe", L"fake_nvcspr");
         WriteTextFile(source + L"tool.exe", "tool");
-        AddFeatureRow(package, L"nvconfig", L"", 2);
-        AddFeatureRow(package, L"nvcspr1", L"", 2);
+        AddFeatureRow(package, L"nvconfig", L"", L"#2");
+        AddFeatureRow(package, L"nvcspr1", L"", L"#2");
     }
 
     TestPackage package;
     std::wstring folder;
 };
 
-// Two products installed for the suite: the package's own, whose probe
-// component has a key file, and an earlier edition, whose probe component has
-// its folder as key path.
-class FeaturesInstalledTest : public FeaturesTest {
-protected:
-    static void SetUpTestSuite() {
-        own_ = std::make_unique<ProviderPackage>(true);
-        ownProduct_ = std::make_unique<InstalledProduct>(own_->package);
-        earlier_ = std::make_unique<ProviderPackage>(false);
-        earlier_->package.SetProductCode(setuputils::kEarlierEditionProductCodes[1]);
-        earlierProduct_ = std::make_unique<InstalledProduct>(earlier_->package);
-    }
-    static void TearDownTestSuite() {
-        earlierProduct_.reset();
-        ownProduct_.reset();
-    }
-
-    // A costed session of an installed package, as a maintenance run opens it.
-    static TestSession Maintenance(const ProviderPackage& product) {
-        TestSession session(product.package.path());
-        session.Cost();
-        return session;
-    }
-    static INSTALLSTATE Action(TestSession& session, const wchar_t* feature) {
-        INSTALLSTATE installed = INSTALLSTATE_UNKNOWN;
-        INSTALLSTATE action = INSTALLSTATE_UNKNOWN;
-        MsiGetFeatureStateW(session.get(), feature, &installed, &action);
-        return action;
-    }
-
-    inline static std::unique_ptr<ProviderPackage> own_;
-    inline static std::unique_ptr<ProviderPackage> earlier_;
-    inline static std::unique_ptr<InstalledProduct> ownProduct_;
-    inline static std::unique_ptr<InstalledProduct> earlierProduct_;
-};
-
-TEST_F(FeaturesInstalledTest, HideNVCSPRIfInstalledHidesTheInstalledProviderFeature) {
-    TestSession session = Maintenance(*own_);
-    EXPECT_EQ(Run("HideNVCSPRIfInstalled", session), 0u);
-    EXPECT_EQ(SessionFeatureRows(session).count({L"nvcspr", L"", 0}), 1u);
+// A costed session of an installed package, as a maintenance run opens it.
+TestSession Maintenance(const ProviderPackage& product) {
+    TestSession session(product.package.path());
+    session.Cost();
+    return session;
 }
 
-TEST_F(FeaturesInstalledTest, AddNewFeaturesSelectsNvcspr1OnlyOverAnInstalledProbeFile) {
-    // A first installation: "nvconfig" is selected; "fake_nvcspr" is chosen
-    // but not installed, so "nvcspr1" is not, though the product named by
-    // ProductCode has the probe file.
+INSTALLSTATE Action(TestSession& session, const wchar_t* feature) {
+    INSTALLSTATE installed = INSTALLSTATE_UNKNOWN;
+    INSTALLSTATE action = INSTALLSTATE_UNKNOWN;
+    MsiGetFeatureStateW(session.get(), feature, &installed, &action);
+    return action;
+}
+
+// Two products installed: the package's own, whose probe component has a key
+// file, and an earlier edition, whose probe component has its folder as key path.
+TEST_F(FeaturesTest, InstalledProductsDecideHidingSelectionAndAppPaths) {
+    ProviderPackage own(true), earlier(false);
+    const InstalledProduct ownProduct(own.package);
+    earlier.package.SetProductCode(setuputils::kEarlierEditionProductCodes[1]);
+    const InstalledProduct earlierProduct(earlier.package);
+
+    {
+        TestSession session = Maintenance(own);
+        EXPECT_EQ(Run("HideNVCSPRIfInstalled", session), 0u);
+        EXPECT_EQ(FeatureRows(session).count(L"nvcspr< 0"), 1u);
+    }
+
+    // "nvconfig" is selected. "nvcspr1" is selected only when "fake_nvcspr" is
+    // installed and stays, and the product's probe component has a file as
+    // key path: not in a first installation (though the product named by
+    // ProductCode has the probe file), nor in the earlier edition's.
     ProviderPackage fresh(true);
     fresh.package.Commit();
-    TestSession first(fresh.package);
-    first.Cost();
-    first.SetProperty(L"ProductCode", own_->package.productCode());
-    EXPECT_EQ(Run("AddNewFeatures", first), 0u);
-    EXPECT_EQ(Action(first, L"nvconfig"), INSTALLSTATE_LOCAL);
-    EXPECT_NE(Action(first, L"nvcspr1"), INSTALLSTATE_LOCAL);
+    const struct {
+        const ProviderPackage* installed; // null: a first installation of `fresh`
+        INSTALLSTATE fake;                // asked for "fake_nvcspr"
+        bool selected;
+    } cases[] = {{nullptr, INSTALLSTATE_LOCAL, false},
+                 {&own, INSTALLSTATE_LOCAL, true},
+                 {&own, INSTALLSTATE_ABSENT, false},
+                 {&earlier, INSTALLSTATE_LOCAL, false}};
+    for (const auto& c : cases) {
+        TestSession session = c.installed ? Maintenance(*c.installed) : TestSession(fresh.package);
+        if (c.installed == nullptr) {
+            session.Cost();
+            session.SetProperty(L"ProductCode", own.package.productCode());
+        }
+        ASSERT_EQ(MsiSetFeatureStateW(session.get(), L"fake_nvcspr", c.fake), 0u);
+        EXPECT_EQ(Run("AddNewFeatures", session), 0u);
+        EXPECT_EQ(Action(session, L"nvconfig"), INSTALLSTATE_LOCAL);
+        EXPECT_EQ(Action(session, L"nvcspr1") == INSTALLSTATE_LOCAL, c.selected) << &c - cases;
+    }
 
-    // "fake_nvcspr" installed and staying: selected; being removed: not.
-    TestSession own = Maintenance(*own_);
-    ASSERT_EQ(MsiSetFeatureStateW(own.get(), L"fake_nvcspr", INSTALLSTATE_LOCAL), 0u);
-    EXPECT_EQ(Run("AddNewFeatures", own), 0u);
-    EXPECT_EQ(Action(own, L"nvconfig"), INSTALLSTATE_LOCAL);
-    EXPECT_EQ(Action(own, L"nvcspr1"), INSTALLSTATE_LOCAL);
-    ASSERT_EQ(MsiSetFeatureStateW(own.get(), L"nvcspr1", INSTALLSTATE_ABSENT), 0u);
-    ASSERT_EQ(MsiSetFeatureStateW(own.get(), L"fake_nvcspr", INSTALLSTATE_ABSENT), 0u);
-    EXPECT_EQ(Run("AddNewFeatures", own), 0u);
-    EXPECT_EQ(Action(own, L"nvcspr1"), INSTALLSTATE_ABSENT);
-
-    // The probe component's key path is a folder: not selected.
-    TestSession earlier = Maintenance(*earlier_);
-    ASSERT_EQ(MsiSetFeatureStateW(earlier.get(), L"fake_nvcspr", INSTALLSTATE_LOCAL), 0u);
-    EXPECT_EQ(Run("AddNewFeatures", earlier), 0u);
-    EXPECT_NE(Action(earlier, L"nvcspr1"), INSTALLSTATE_LOCAL);
-}
-
-TEST_F(FeaturesInstalledTest, RemoveAppPathsDeletesTheFirstEntryOfAComponentOfTheProductOrAnEarlierEdition) {
-    std::wstring ownToolInCapitals = own_->folder + L"tool.exe";
+    // The first AppPath entry of each component of the product or an earlier
+    // edition goes: the path matched exactly, case included.
+    const std::wstring appPaths = L"SOFTWARE\\Norvane\\Cryptography\\CurrentVersion\\AppPath";
+    std::wstring ownToolInCapitals = own.folder + L"tool.exe";
     std::transform(ownToolInCapitals.begin(), ownToolInCapitals.end(), ownToolInCapitals.begin(), towupper);
-    const std::pair<std::wstring, std::wstring> entries[] = {{L"1", own_->folder + L"probe.exe"},
-                                                             {L"2", own_->folder + L"probe.exe"},
-                                                             {L"3", earlier_->folder + L"tool.exe"},
-                                                             {L"4", ownToolInCapitals},
-                                                             {L"5", L"C:\\elsewhere\\tool.exe"}};
-    DeleteRegistryTree(HKEY_LOCAL_MACHINE, kAppPaths);
+    const std::map<std::wstring, std::wstring> entries = {{L"1", own.folder + L"probe.exe"},
+                                                          {L"2", own.folder + L"probe.exe"},
+                                                          {L"3", earlier.folder + L"tool.exe"},
+                                                          {L"4", ownToolInCapitals},
+                                                          {L"5", L"C:\\elsewhere\\tool.exe"}};
     for (const auto& [name, path] : entries) {
-        WriteRegistryString(HKEY_LOCAL_MACHINE, kAppPaths + L"\\" + name, L"", path);
+        WriteRegistryString(HKEY_LOCAL_MACHINE, appPaths + L"\\" + name, L"", path);
     }
     auto left = [&] {
-        std::set<std::wstring> names;
+        std::wstring names;
         for (const auto& [name, path] : entries) {
-            if (RegistryKeyExists(HKEY_LOCAL_MACHINE, kAppPaths + L"\\" + name)) {
-                names.insert(name);
-            }
+            names += RegistryKeyExists(HKEY_LOCAL_MACHINE, appPaths + L"\\" + name) ? name : L"";
         }
         return names;
     };
     // A session of an unrelated product: only the earlier edition counts.
-    ActionSession session;
-    EXPECT_EQ(session.Run("RemoveAppPaths"), 0u);
-    EXPECT_EQ(left(), (std::set<std::wstring>{L"1", L"2", L"4", L"5"}));
-    // The product's own session: the first entry of its probe file goes.
-    session.session().SetProperty(L"ProductCode", own_->package.productCode());
-    EXPECT_EQ(session.Run("RemoveAppPaths"), 0u);
-    EXPECT_EQ(left(), (std::set<std::wstring>{L"2", L"4", L"5"}));
-    DeleteRegistryTree(HKEY_LOCAL_MACHINE, kAppPaths);
+    ActionSession unrelated;
+    EXPECT_EQ(unrelated.Run("RemoveAppPaths"), 0u);
+    EXPECT_EQ(left(), L"1245");
+    unrelated.session().SetProperty(L"ProductCode", own.package.productCode());
+    EXPECT_EQ(unrelated.Run("RemoveAppPaths"), 0u);
+    EXPECT_EQ(left(), L"245");
+    DeleteRegistryTree(HKEY_LOCAL_MACHINE, appPaths);
 }
 
 } // namespace

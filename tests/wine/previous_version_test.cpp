@@ -12,8 +12,6 @@
 #include <string>
 #include <vector>
 
-#include "frame/handles.h"
-#include "legacy/previous_version.h"
 #include "library.h"
 #include "machine.h"
 #include "message_recorder.h"
@@ -23,42 +21,32 @@ namespace harness {
 namespace {
 
 using namespace std::string_literals;
+using Errors = std::vector<std::vector<std::wstring>>;
 
 const std::wstring kSessionManager = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager";
 const std::wstring kPendingRenames = L"PendingFileRenameOperations";
-const std::string kRecords = "Software\\SetupUtilsTests\\OldUninstaller";
 constexpr UINT kFailure = ERROR_INSTALL_FAILURE;
 constexpr UINT kNteFail = 0x80090020;
-
-using Errors = std::vector<std::vector<std::wstring>>;
+constexpr UINT kAnyCode = 1; // whatever nonzero code the action returns
 
 // Error 666 as the actions post it.
 std::vector<std::wstring> Error(const wchar_t* action, const wchar_t* text, UINT code) {
     return {L"666", action, text, std::to_wstring(static_cast<int>(code))};
 }
 
-std::wstring TempFile(const std::wstring& component, const wchar_t* extension) {
+// "uninstall.csp" or "uninstall.tls": the action's Binary row and temporary files.
+std::wstring BaseName(const std::string& action) {
+    return action == "UninstallCSP2" ? L"uninstall.csp" : L"uninstall.tls";
+}
+
+std::wstring TempFile(const std::string& action, const wchar_t* extension) {
     wchar_t folder[MAX_PATH] = L"";
     GetTempPathW(MAX_PATH, folder);
-    return folder + (L"uninstall." + component) + extension;
+    return folder + BaseName(action) + extension;
 }
 
 bool Exists(const std::wstring& path) {
     return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
-RegistryData MultiString(std::wstring_view data) {
-    const auto* bytes = reinterpret_cast<const BYTE*>(data.data());
-    return {REG_MULTI_SZ, std::vector<BYTE>(bytes, bytes + data.size() * sizeof(wchar_t))};
-}
-
-// "csp" or "tls": names the action's Binary row and temporary files.
-std::wstring ComponentOf(const std::string& action) {
-    return action == "UninstallCSP2" ? L"csp" : L"tls";
-}
-
-std::wstring UninstallStringProperty(const std::string& action) {
-    return action == "UninstallCSP2" ? L"UNINSTALLSTRINGCSP2" : L"UNINSTALLSTRINGTLS2";
 }
 
 std::optional<RegistryData> PendingRenames() {
@@ -74,156 +62,156 @@ protected:
     PreviousVersionTest() { SetPendingRenames(std::nullopt); }
     ~PreviousVersionTest() override {
         SetPendingRenames(renamesBefore_);
-        DeleteRegistryTree(HKEY_CURRENT_USER, std::wstring(kRecords.begin(), kRecords.end()));
         DeleteTempFiles();
     }
 
     static void DeleteTempFiles() {
-        for (const wchar_t* component : {L"csp", L"tls"}) {
-            DeleteFileW(TempFile(component, L".iss").c_str());
-            DeleteFileW(TempFile(component, L".log").c_str());
+        for (const char* action : {"UninstallCSP2", "UninstallTLS2"}) {
+            DeleteFileW(TempFile(action, L".iss").c_str());
+            DeleteFileW(TempFile(action, L".log").c_str());
         }
     }
 
-    // A session on a package whose Binary table holds `response` as the
-    // response file of `action` (no row without one); its uninstall string
-    // names the stand-in.
-    void Open(const std::string& action, const std::optional<std::string>& response) {
-        session_.reset();
+    // Runs `action` on a package whose Binary table holds `response` as its
+    // response file (no row without one), with `uninstallString` (by default
+    // the stand-in) as the old product's uninstall command.
+    UINT Run(const std::string& action, const std::optional<std::string>& response,
+             const std::optional<std::wstring>& uninstallString = std::nullopt) {
         package_ = std::make_unique<TestPackage>();
         package_->AddStandardTables();
         if (response) {
             const std::wstring file = MakeTempFolder(L"iss") + L"response.iss";
             WriteTextFile(file, *response);
-            package_->AddBinary(L"uninstall." + ComponentOf(action) + L".iss", file);
+            package_->AddBinary(BaseName(action) + L".iss", file);
+        }
+        if (const std::wstring command = uninstallString.value_or(uninstaller_); !command.empty()) {
+            package_->SetProperty(action == "UninstallCSP2" ? L"UNINSTALLSTRINGCSP2" : L"UNINSTALLSTRINGTLS2",
+                                  command);
         }
         package_->Commit();
-        session_ = std::make_unique<TestSession>(*package_);
-        session_->SetProperty(UninstallStringProperty(action), uninstaller_);
+        TestSession session(*package_);
         messages_.Clear();
-    }
-
-    UINT Run(const char* action) { return library_.Action(action)(session_->get()); }
-
-    // Wine puts a header ("Info 5. ") in front of the texts that carry a number.
-    void ExpectInfo(const std::vector<std::wstring>& expected) {
-        const std::vector<std::wstring> texts = messages_.InfoTexts();
-        ASSERT_EQ(texts.size(), expected.size()) << (texts.empty() ? L"" : texts.back());
-        for (std::size_t i = 0; i < texts.size(); ++i) {
-            EXPECT_TRUE(texts[i].ends_with(expected[i])) << texts[i] << L" / " << expected[i];
-        }
+        return library_.Action(action.c_str())(session.get());
     }
 
     const std::optional<RegistryData> renamesBefore_ = PendingRenames();
     const std::wstring uninstaller_ = L"\"" + TestProgramPath(L"test_old_uninstaller.exe") + L"\" ";
     SetupUtilsLibrary library_;
     std::unique_ptr<TestPackage> package_;
-    std::unique_ptr<TestSession> session_;
     MessageRecorder messages_;
 };
 
 // The exit code is only logged, and of two result codes the first counts.
 TEST_F(PreviousVersionTest, ResultCodeZeroSucceedsWhateverTheExitCodeAndTheTempFilesGo) {
-    Open("UninstallCSP2", "record=" + kRecords + "\r\nexit=5\r\nresult=0\r\nresult=-3\r\n");
-    EXPECT_EQ(Run("UninstallCSP2"), 0u);
+    EXPECT_EQ(Run("UninstallCSP2", "exit=5\r\nresult=0\r\nresult=-3\r\n"), 0u);
 
-    const std::wstring response = TempFile(L"csp", L".iss");
-    const std::wstring log = TempFile(L"csp", L".log");
-    const std::wstring line = uninstaller_ + L"-s -f1\"" + response + L"\" -f2\"" + log + L"\"";
-    EXPECT_EQ(
-        ReadRegistryString(HKEY_CURRENT_USER, std::wstring(kRecords.begin(), kRecords.end()), L"CommandLine"),
-        line);
-    ExpectInfo({L"Uninstall2() Started", L"Read uninstall.iss from database", L"TempLog: " + log,
-                L"TempISS: " + response, L"There is no reg key, it's ok", line, L"ExitCode: 5",
-                L"ResultCode = 0", L"Deleting temp files: TempISS and TempLog"});
+    const std::wstring response = TempFile("UninstallCSP2", L".iss"),
+                       log = TempFile("UninstallCSP2", L".log");
+    const std::vector<std::wstring> expected = {L"Uninstall2() Started",
+                                                L"Read uninstall.iss from database",
+                                                L"TempLog: " + log,
+                                                L"TempISS: " + response,
+                                                L"There is no reg key, it's ok",
+                                                uninstaller_ + L"-s -f1\"" + response + L"\" -f2\"" + log +
+                                                    L"\"",
+                                                L"ExitCode: 5",
+                                                L"ResultCode = 0",
+                                                L"Deleting temp files: TempISS and TempLog"};
+    // Wine puts a header ("Info 5. ") in front of the texts that carry a number.
+    const std::vector<std::wstring> texts = messages_.InfoTexts();
+    ASSERT_EQ(texts.size(), expected.size());
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        EXPECT_TRUE(texts[i].ends_with(expected[i])) << texts[i] << L" / " << expected[i];
+    }
     EXPECT_TRUE(messages_.OfType(INSTALLMESSAGE_ERROR).empty());
-    EXPECT_FALSE(Exists(response));
-    EXPECT_FALSE(Exists(log));
+    EXPECT_FALSE(Exists(response) || Exists(log));
     EXPECT_EQ(PendingRenames(), std::nullopt) << "none before, none queued: nothing written";
 }
 
-// The temporary files stay for diagnosis: the response file as the package
-// holds it. A log without a result code fails with the thread's last error,
-// or with NTE_FAIL where that is 0 (as it is here): never with 0.
-TEST_F(PreviousVersionTest, FailedRunKeepsTheTempFilesAndFailsWithEachActionsCode) {
-    constexpr UINT kAnyCode = 0; // whatever nonzero code the action returns
+// A failed run keeps the temporary files for diagnosis: the response file as
+// the package holds it. A log without a result code fails with the thread's
+// last error, or with NTE_FAIL where that is 0: never with 0. Without a
+// response file or an uninstall string nothing is extracted.
+TEST_F(PreviousVersionTest, FailuresAreReportedWithEachActionsCode) {
     const std::wstring absent = L"\"" + TestProgramPath(L"absent.exe") + L"\" ";
     const struct {
         std::string action;
-        std::string response;
-        std::wstring uninstallString;
+        std::optional<std::string> response;
+        std::optional<std::wstring> uninstallString;
         UINT status;
         Errors errors;
     } cases[] = {
-        {"UninstallCSP2", "result=-3\r\nresult=0\r\n", uninstaller_, kFailure,
-         Errors{Error(L"GetResultCode", L"ResultCode = [1]", static_cast<UINT>(-3)),
-                Error(L"Uninstall2", L"ResultCode != ERROR_SUCCESS", kNteFail),
-                Error(L"UninstallCSP2", L"Uninstall2 fail", kFailure)}},
-        {"UninstallTLS2", "result=-3\r\n", uninstaller_, kNteFail,
-         Errors{Error(L"GetResultCode", L"ResultCode = [1]", static_cast<UINT>(-3)),
-                Error(L"Uninstall2", L"ResultCode != ERROR_SUCCESS", kNteFail),
-                Error(L"UninstallTLS2", L"Uninstall2 FAIL", kNteFail)}},
-        {"UninstallTLS2", "exit=0\r\n", uninstaller_, kAnyCode,
-         Errors{Error(L"GetResultCode", L"sscanf() fail. ResultCode is unknown", kAnyCode),
-                Error(L"Uninstall2", L"ResultCode != ERROR_SUCCESS", kAnyCode),
-                Error(L"UninstallTLS2", L"Uninstall2 FAIL", kAnyCode)}},
-        {"UninstallCSP2", "result=0\r\n", absent, kFailure,
-         Errors{Error(L"RunUninstall", L"CreateProcess() fail: ", ERROR_FILE_NOT_FOUND),
-                Error(L"Uninstall2", L"RunUninstall() fail", kFailure),
-                Error(L"UninstallCSP2", L"Uninstall2 fail", kFailure)}},
+        {"UninstallCSP2",
+         "result=-3\r\nresult=0\r\n",
+         std::nullopt,
+         kFailure,
+         {Error(L"GetResultCode", L"ResultCode = [1]", static_cast<UINT>(-3)),
+          Error(L"Uninstall2", L"ResultCode != ERROR_SUCCESS", kNteFail),
+          Error(L"UninstallCSP2", L"Uninstall2 fail", kFailure)}},
+        {"UninstallTLS2",
+         "result=-3\r\n",
+         std::nullopt,
+         kNteFail,
+         {Error(L"GetResultCode", L"ResultCode = [1]", static_cast<UINT>(-3)),
+          Error(L"Uninstall2", L"ResultCode != ERROR_SUCCESS", kNteFail),
+          Error(L"UninstallTLS2", L"Uninstall2 FAIL", kNteFail)}},
+        {"UninstallTLS2",
+         "exit=0\r\n",
+         std::nullopt,
+         kAnyCode,
+         {Error(L"GetResultCode", L"sscanf() fail. ResultCode is unknown", kAnyCode),
+          Error(L"Uninstall2", L"ResultCode != ERROR_SUCCESS", kAnyCode),
+          Error(L"UninstallTLS2", L"Uninstall2 FAIL", kAnyCode)}},
+        {"UninstallCSP2",
+         "result=0\r\n",
+         absent,
+         kFailure,
+         {Error(L"RunUninstall", L"CreateProcess() fail: ", ERROR_FILE_NOT_FOUND),
+          Error(L"Uninstall2", L"RunUninstall() fail", kFailure),
+          Error(L"UninstallCSP2", L"Uninstall2 fail", kFailure)}},
+        {"UninstallCSP2",
+         std::nullopt,
+         std::nullopt,
+         kFailure,
+         {Error(L"Uninstall2", L"MsiRecordDataSize failed", kNteFail),
+          Error(L"UninstallCSP2", L"Uninstall2 fail", kFailure)}},
+        {"UninstallTLS2",
+         "",
+         std::nullopt,
+         kNteFail,
+         {Error(L"Uninstall2", L"MsiRecordDataSize failed", kNteFail),
+          Error(L"UninstallTLS2", L"Uninstall2 FAIL", kNteFail)}},
+        {"UninstallCSP2",
+         "result=0",
+         L"",
+         kFailure,
+         {Error(L"Uninstall2", L"Uninstall string is empty", kFailure),
+          Error(L"UninstallCSP2", L"Uninstall2 fail", kFailure)}},
+        {"UninstallTLS2",
+         "result=0",
+         L"",
+         kFailure,
+         {Error(L"Uninstall2", L"Uninstall string is empty", kFailure),
+          Error(L"UninstallTLS2", L"Uninstall2 FAIL", kFailure)}},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.response);
-        Open(c.action, c.response);
-        session_->SetProperty(UninstallStringProperty(c.action), c.uninstallString);
-        const UINT status = Run(c.action.c_str());
+        SCOPED_TRACE(c.action + " " + c.response.value_or("(none)"));
+        const UINT status = Run(c.action, c.response, c.uninstallString);
         Errors errors = c.errors;
-        if (c.status == kAnyCode) {
-            EXPECT_NE(status, 0u);
-            for (auto& error : errors) {
+        for (auto& error : errors) {
+            if (error.back() == std::to_wstring(kAnyCode)) {
                 error.back() = std::to_wstring(static_cast<int>(status));
             }
-        } else {
-            EXPECT_EQ(status, c.status);
         }
+        EXPECT_TRUE(c.status == kAnyCode ? status != 0 : status == c.status) << status;
         EXPECT_EQ(messages_.FieldsOf(INSTALLMESSAGE_ERROR), errors);
-        EXPECT_EQ(ReadTextFile(TempFile(ComponentOf(c.action), L".iss")), c.response);
-        EXPECT_TRUE(Exists(TempFile(ComponentOf(c.action), L".log")));
+        const bool extracted = c.errors.size() == 3;
+        EXPECT_EQ(Exists(TempFile(c.action, L".log")), extracted);
+        EXPECT_EQ(Exists(TempFile(c.action, L".iss")), extracted);
+        if (extracted) {
+            EXPECT_EQ(ReadTextFile(TempFile(c.action, L".iss")), *c.response);
+        }
         DeleteTempFiles();
-    }
-}
-
-TEST_F(PreviousVersionTest, MissingResponseFileOrUninstallStringFailsBeforeAnythingIsExtracted) {
-    const struct {
-        std::string action;
-        std::optional<std::string> response;
-        std::wstring uninstallString;
-        UINT status;
-        Errors errors;
-    } cases[] = {
-        {"UninstallCSP2", std::nullopt, uninstaller_, kFailure,
-         Errors{Error(L"Uninstall2", L"MsiRecordDataSize failed", kNteFail),
-                Error(L"UninstallCSP2", L"Uninstall2 fail", kFailure)}},
-        {"UninstallTLS2", "", uninstaller_, kNteFail,
-         Errors{Error(L"Uninstall2", L"MsiRecordDataSize failed", kNteFail),
-                Error(L"UninstallTLS2", L"Uninstall2 FAIL", kNteFail)}},
-        {"UninstallCSP2", "result=0", L"", kFailure,
-         Errors{Error(L"Uninstall2", L"Uninstall string is empty", kFailure),
-                Error(L"UninstallCSP2", L"Uninstall2 fail", kFailure)}},
-        {"UninstallTLS2", "result=0", L"", kFailure,
-         Errors{Error(L"Uninstall2", L"Uninstall string is empty", kFailure),
-                Error(L"UninstallTLS2", L"Uninstall2 FAIL", kFailure)}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.action);
-        SCOPED_TRACE(c.uninstallString);
-        Open(c.action, c.response);
-        session_->SetProperty(UninstallStringProperty(c.action), c.uninstallString);
-        EXPECT_EQ(Run(c.action.c_str()), c.status);
-        EXPECT_EQ(messages_.FieldsOf(INSTALLMESSAGE_ERROR), c.errors);
-        ExpectInfo({L"Uninstall2() Started"});
-        EXPECT_FALSE(Exists(TempFile(ComponentOf(c.action), L".iss")));
-        EXPECT_FALSE(Exists(TempFile(ComponentOf(c.action), L".log")));
     }
 }
 
@@ -235,54 +223,28 @@ TEST_F(PreviousVersionTest, PendingRenamesSavedBeforeTheRunComeBackFirst) {
     const std::string queuing =
         "rename=C:\\gone\\c.dll|\r\nrename=C:\\gone\\d.tmp|C:\\gone\\d.dll\r\nresult=0\r\n";
     std::optional<RegistryData> queued;
-    const struct {
-        bool savedBefore;
-        std::string response;
-    } cases[] = {{false, "result=0\r\n"}, {false, queuing}, {true, queuing}, {true, "result=0\r\n"}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.response);
-        SetPendingRenames(c.savedBefore ? std::optional(MultiString(saved)) : std::nullopt);
-        Open("UninstallCSP2", c.response);
-        EXPECT_EQ(Run("UninstallCSP2"), 0u);
-        const bool queues = c.response == queuing;
-        if (!c.savedBefore) {
-            EXPECT_EQ(PendingRenames().has_value(), queues);
-            queued = PendingRenames();
-        } else {
-            RegistryData expected = MultiString(std::wstring_view(saved).substr(0, saved.size() - 1));
-            if (queues) {
-                ASSERT_TRUE(queued);
-                expected.bytes.insert(expected.bytes.end(), queued->bytes.begin(), queued->bytes.end());
-            } else {
-                expected.bytes.insert(expected.bytes.end(), sizeof(wchar_t), 0);
+    for (const bool savedBefore : {false, true}) {
+        for (const std::string& response : {"result=0\r\n"s, queuing}) {
+            SCOPED_TRACE(response);
+            SetPendingRenames(savedBefore ? std::optional(MakeRegistryData(REG_MULTI_SZ, saved.data(),
+                                                                           saved.size() * sizeof(wchar_t)))
+                                          : std::nullopt);
+            EXPECT_EQ(Run("UninstallCSP2", response), 0u);
+            if (!savedBefore) {
+                EXPECT_EQ(PendingRenames().has_value(), response == queuing);
+                queued = PendingRenames();
+                continue;
             }
+            // The saved operations without their final terminator, then those queued (or one terminator).
+            RegistryData expected =
+                MakeRegistryData(REG_MULTI_SZ, saved.data(), (saved.size() - 1) * sizeof(wchar_t));
+            const std::vector<BYTE> tail =
+                response == queuing ? queued.value_or(RegistryData{}).bytes : std::vector<BYTE>(2);
+            expected.bytes.insert(expected.bytes.end(), tail.begin(), tail.end());
             EXPECT_EQ(PendingRenames(), expected);
             EXPECT_TRUE(messages_.InfoTexts().back().ends_with(
                 L"Reverting reg value \"PendingFileRenameOperations\" ok"));
         }
-    }
-}
-
-// The value as the registry holds it; the form of its data is covered by the native tests.
-TEST_F(PreviousVersionTest, PendingRenamesOfOtherTypesOrSizesAreReadAsTheRegistryHoldsThem) {
-    const struct {
-        std::optional<RegistryData> value;
-        LSTATUS status;
-        std::wstring operations;
-    } cases[] = {
-        {std::nullopt, ERROR_FILE_NOT_FOUND, L"untouched"},
-        {RegistryData{REG_SZ, {'a', 0, 0, 0, 0, 0}}, ERROR_INVALID_DATA, L"untouched"},
-        {RegistryData{REG_MULTI_SZ, {'a', 0}}, ERROR_SUCCESS, L""},
-        {RegistryData{REG_MULTI_SZ, {'a', 0, 0, 0, 0}}, ERROR_INVALID_DATA, L"a"},
-        {RegistryData{REG_MULTI_SZ, {'a', 0, 0, 0, 0, 0}}, ERROR_SUCCESS, L"a\0"s},
-    };
-    for (const auto& c : cases) {
-        SetPendingRenames(c.value);
-        setuputils::RegKey key;
-        ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE, kSessionManager.c_str(), 0, KEY_READ, key.put()), 0);
-        std::wstring operations = L"untouched";
-        EXPECT_EQ(setuputils::ReadPendingRenames(key.get(), operations), c.status) << c.operations;
-        EXPECT_EQ(operations, c.operations);
     }
 }
 

@@ -9,7 +9,6 @@
 
 #include "frame/session.h"
 #include "library.h"
-#include "machine.h"
 #include "message_recorder.h"
 #include "test_package.h"
 
@@ -21,41 +20,31 @@ using Rows = std::vector<std::vector<std::wstring>>;
 const std::wstring kKey = L"SOFTWARE\\Norvane\\Cryptography\\CurrentVersion\\";
 const std::vector<std::wstring> kSeedRow = {L"2", L"seed", L"Software\\Seed", L"", L"", L"On"};
 
-template <typename List>
-List Sorted(List list) {
-    std::sort(list.begin(), list.end());
-    return list;
+Rows Sorted(Rows rows) {
+    std::sort(rows.begin(), rows.end());
+    return rows;
 }
 
 class ProcessRegReadersTest : public ::testing::Test {
 protected:
     // Component "On" is installed locally, "Off" not at all. `readers` are
     // RegReaders rows (Type, Name, Parameter, Value, Component_, Condition,
-    // ListProperty), or no such table; `seed` puts a row into Registry.
-    UINT Run(const std::optional<Rows>& readers, bool seed = true) {
+    // ListProperty), or no such table. Registry holds one row, the first.
+    UINT Run(const std::optional<Rows>& readers) {
         package_.AddStandardTables();
         package_.AddDirectory(L"READERDIR", L"readers:.");
         package_.SetProperty(L"READERDIR", MakeTempFolder(L"rdr"));
         package_.AddFileComponent(L"On", L"READERDIR", L"on.dll");
         package_.AddFileComponent(L"Off", L"READERDIR", L"off.dll", L"Disabled", 0);
-        package_.SetProperty(L"ABLIST", L"A, B");
-        package_.SetProperty(L"TRAILLIST", L"A,");
-        package_.SetProperty(L"TWICELIST", L"A,A");
-        if (seed) {
-            package_.Sql(
-                L"INSERT INTO `Registry` (`Root`, `Registry`, `Key`, `Component_`) VALUES (2, ?, ?, ?)",
-                {kSeedRow[1], kSeedRow[2], kSeedRow[5]});
-        }
+        package_.Insert(L"Property", L"`Property`, `Value`",
+                        {{L"ABLIST", L"A, B"}, {L"TRAILLIST", L"A,"}, {L"TWICELIST", L"A,A"}});
+        package_.Insert(L"Registry", L"`Root`, `Registry`, `Key`, `Component_`",
+                        {{L"#2", kSeedRow[1], kSeedRow[2], kSeedRow[5]}});
         if (readers) {
-            package_.Sql(L"CREATE TABLE `RegReaders` (`Type` CHAR(72) NOT NULL, `Name` CHAR(255) NOT NULL, "
-                         L"`Parameter` CHAR(72) NOT NULL, `Value` CHAR(0) NOT NULL, `Component_` CHAR(72) "
-                         L"NOT NULL, `Condition` CHAR(255), `ListProperty` CHAR(72) "
-                         L"PRIMARY KEY `Type`, `Name`, `Parameter`, `Value`)");
-            for (const auto& row : *readers) {
-                package_.Sql(L"INSERT INTO `RegReaders` (`Type`, `Name`, `Parameter`, `Value`, `Component_`, "
-                             L"`Condition`, `ListProperty`) VALUES (?, ?, ?, ?, ?, ?, ?)",
-                             row);
-            }
+            package_.AddRegReadersTable();
+            package_.Insert(
+                L"RegReaders",
+                L"`Type`, `Name`, `Parameter`, `Value`, `Component_`, `Condition`, `ListProperty`", *readers);
         }
         package_.Commit();
         session_ = std::make_unique<TestSession>(package_);
@@ -72,8 +61,7 @@ protected:
             L"SELECT `Root`, `Registry`, `Key`, `Name`, `Value`, `Component_` FROM `Registry`", view.put());
         MsiViewExecute(view.get(), 0);
         Rows rows;
-        MsiHandle record;
-        while (MsiViewFetch(view.get(), record.put()) == ERROR_SUCCESS) {
+        for (MsiHandle record; MsiViewFetch(view.get(), record.put()) == ERROR_SUCCESS;) {
             rows.emplace_back(6);
             for (UINT field = 1; field <= 6; ++field) {
                 setuputils::GetRecordString(record.get(), field, rows.back()[field - 1]);
@@ -95,7 +83,7 @@ protected:
 TEST_F(ProcessRegReadersTest, AddsARowPerValueOfTheRowsThatApply) {
     const Rows readers = {
         {L"KeyCarriers", L"Flash", L"-", L"flash.dll", L"On", L"1", L""},
-        {L"KeyCarriers", L"Flash", L"Plugin", L"#5", L"On", L"VersionNT64", L"ABLIST"},
+        {L"KeyCarriers", L"Flash", L"Plugin", L"plug.dll", L"On", L"VersionNT64", L"ABLIST"},
         {L"Random", L"Bio", L"Level", L"3", L"On", L"NOT NOSUCHPROP", L"TRAILLIST"},
         {L"Random", L"Bio", L"Unset", L"u", L"On", L"1", L"NOSUCHLIST"},
         // Left out silently: condition false, component not installed or
@@ -115,14 +103,15 @@ TEST_F(ProcessRegReadersTest, AddsARowPerValueOfTheRowsThatApply) {
     EXPECT_EQ(RegistryRows(),
               Sorted(Rows{kSeedRow,
                           {L"2", flash + L"\\", flash, L"", L"flash.dll", L"On"},
-                          {L"2", flash + L"\\A\\Plugin", flash + L"\\A", L"Plugin", L"#5", L"On"},
-                          {L"2", flash + L"\\ B\\Plugin", flash + L"\\ B", L"Plugin", L"#5", L"On"},
+                          {L"2", flash + L"\\A\\Plugin", flash + L"\\A", L"Plugin", L"plug.dll", L"On"},
+                          {L"2", flash + L"\\ B\\Plugin", flash + L"\\ B", L"Plugin", L"plug.dll", L"On"},
                           {L"2", bio + L"\\A\\Level", bio + L"\\A", L"Level", L"3", L"On"},
                           {L"2", bio + L"\\\\Level", bio + L"\\", L"Level", L"3", L"On"},
                           {L"2", bio + L"\\\\Unset", bio + L"\\", L"Unset", L"u", L"On"}}));
     const std::vector<std::wstring> invalid = {L"666", L"ProcessRegReaders",
                                                L"Invalid Condition in RegReader Table", L"13"};
     EXPECT_EQ(Errors(), (Rows{invalid, invalid}));
+    // Each row is logged as its fields, each followed by ";".
     std::vector<std::wstring> lines;
     for (const auto& row : readers) {
         lines.emplace_back();
@@ -130,7 +119,10 @@ TEST_F(ProcessRegReadersTest, AddsARowPerValueOfTheRowsThatApply) {
             lines.back() += field + L";";
         }
     }
-    EXPECT_EQ(Sorted(messages_.InfoTexts()), Sorted(lines));
+    std::vector<std::wstring> logged = messages_.InfoTexts();
+    std::sort(lines.begin(), lines.end());
+    std::sort(logged.begin(), logged.end());
+    EXPECT_EQ(logged, lines);
 }
 
 TEST_F(ProcessRegReadersTest, FailedAdditionIsReportedAndKeepsTheEarlierRow) {
@@ -146,14 +138,6 @@ TEST_F(ProcessRegReadersTest, FailedAdditionIsReportedAndKeepsTheEarlierRow) {
                             {L"666", L"PrepareToWrite", L"PrepareToWrite() fail", code}}));
 }
 
-// The writer makes each new row from the table's first one: without one,
-// nothing is added and nothing reported.
-TEST_F(ProcessRegReadersTest, EmptyRegistryTableGetsNothingSilently) {
-    EXPECT_EQ(Run(Rows{{L"KeyCarriers", L"Flash", L"-", L"flash.dll", L"On", L"1", L"ABLIST"}}, false), 0u);
-    EXPECT_EQ(RegistryRows(), Rows{});
-    EXPECT_EQ(Errors(), Rows{});
-}
-
 TEST_F(ProcessRegReadersTest, WithoutRegReadersTableFailsWithTheLastError) {
     const UINT result = Run(std::nullopt);
 
@@ -163,38 +147,6 @@ TEST_F(ProcessRegReadersTest, WithoutRegReadersTableFailsWithTheLastError) {
     // Without a session there is no database either; the thread's last error is the result.
     SetLastError(12345);
     EXPECT_EQ(library_.Action("ProcessRegReaders")(0), 12345u);
-}
-
-// Installed and removed for real: the installer writes the values of the
-// temporary rows, but at removal those rows no longer exist, so only what the
-// package's own Registry rows name goes; the reader values stay behind.
-TEST(ProcessRegReadersInstallation, RemovalLeavesTheReaderValuesWithoutARowOfThePackage) {
-    const std::wstring carrier = kKey + L"KeyCarriers\\FAT12\\Default";
-    TestPackage package;
-    package.AddStandardTables();
-    package.AddRegistryComponent(L"nvcsp64", true);
-    package.AddBinary(L"SetupUtils", SetupUtilsLibrary::Path());
-    package.Sql(L"INSERT INTO `CustomAction` (`Action`, `Type`, `Source`, `Target`) "
-                L"VALUES ('ProcessRegReaders', 1, 'SetupUtils', 'ProcessRegReaders')");
-    package.Sql(
-        L"INSERT INTO `InstallExecuteSequence` (`Action`, `Sequence`) VALUES ('ProcessRegReaders', 1550)");
-    package.Sql(L"INSERT INTO `Registry` (`Registry`, `Root`, `Key`, `Name`, `Value`, `Component_`) "
-                L"VALUES ('own', 2, 'SOFTWARE\\SetupUtilsTests\\Own', 'On', '1', 'nvcsp64')");
-    package.AddRegReadersTable();
-    package.Sql(L"INSERT INTO `RegReaders` (`Type`, `Name`, `Parameter`, `Value`, `Component_`, `Condition`) "
-                L"VALUES (?, ?, ?, ?, ?, ?)",
-                {L"KeyCarriers", L"FAT12\\Default", L"DLL", L"nvfat12.dll", L"nvcsp64", L"1"});
-    package.Commit();
-    package.Close();
-    MsiSetInternalUI(INSTALLUILEVEL_NONE, nullptr);
-
-    ASSERT_EQ(MsiInstallProductW(package.path().c_str(), L""), 0u);
-    EXPECT_EQ(ReadRegistryString(HKEY_LOCAL_MACHINE, carrier, L"DLL"), L"nvfat12.dll");
-    ASSERT_EQ(MsiConfigureProductW(package.productCode().c_str(), INSTALLLEVEL_DEFAULT, INSTALLSTATE_ABSENT),
-              0u);
-    EXPECT_EQ(ReadRegistryString(HKEY_LOCAL_MACHINE, L"SOFTWARE\\SetupUtilsTests\\Own", L"On"), std::nullopt);
-    EXPECT_EQ(ReadRegistryString(HKEY_LOCAL_MACHINE, carrier, L"DLL"), L"nvfat12.dll");
-    DeleteRegistryTree(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Norvane");
 }
 
 } // namespace
