@@ -2,12 +2,12 @@
 # Measures what the test suite catches: applies each fault of scripts/mutants.tsv
 # on its own, rebuilds, runs the tests, restores the file, and prints one line
 # per fault (killed, survived or no-build) and last "killed K of N".
-#   scripts/mutants.sh [text]   only the faults whose line contains text
+#   scripts/mutants.sh [text...]   only the faults whose line contains one of the texts
 # A tool for developers, not a test: it takes the better part of an hour.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 faults=scripts/mutants.tsv
-filter=${1:-}
+filters=("$@")
 jobs=$(nproc)
 
 scripts/setup.sh >/dev/null
@@ -69,7 +69,13 @@ killed=0
 total=0
 while IFS=$'\t' read -r file old new what; do
     case "$file" in '' | '#'*) continue ;; esac
-    [ -z "$filter" ] || [[ "$file $old $what" == *"$filter"* ]] || continue
+    if [ ${#filters[@]} -gt 0 ]; then
+        chosen=
+        for filter in "${filters[@]}"; do
+            [[ "$file $old $what" == *"$filter"* ]] && chosen=1
+        done
+        [ -n "$chosen" ] || continue
+    fi
     total=$((total + 1))
     cp "$file" "$backup"
     mutated=$file
