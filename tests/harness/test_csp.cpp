@@ -13,8 +13,6 @@
 
 namespace {
 
-using harness::ProviderKey;
-
 // What advapi32 hands to CPAcquireContext (version 3 and later carry the name).
 struct ProviderTable {
     DWORD version;
@@ -25,24 +23,21 @@ struct ProviderTable {
     LPSTR providerName;
 };
 
-harness::TestProviderBehaviour Behaviour(const std::wstring& name) {
-    harness::TestProviderBehaviour behaviour;
-    DWORD size = sizeof(behaviour);
-    RegGetValueW(HKEY_LOCAL_MACHINE, ProviderKey(name).c_str(), harness::kBehaviourValue, RRF_RT_REG_BINARY,
-                 nullptr, &behaviour, &size);
-    return behaviour;
-}
-
-// Appends "<function> <param> 0x<flags>;" to the calls of the name.
-void Record(const std::wstring& name, const wchar_t* function, DWORD param, DWORD flags) {
+// Appends "<function> <param> 0x<flags>;" to the calls of the name; its behaviour.
+harness::TestProviderBehaviour Call(const std::wstring& name, const wchar_t* function, DWORD param,
+                                    DWORD flags) {
+    const std::wstring key = harness::ProviderKey(name);
     wchar_t calls[4096] = L"";
     DWORD size = sizeof(calls) - 256;
-    RegGetValueW(HKEY_LOCAL_MACHINE, ProviderKey(name).c_str(), harness::kCallsValue, RRF_RT_REG_SZ, nullptr,
-                 calls, &size);
-    const size_t used = wcslen(calls);
-    swprintf(calls + used, 4096 - used, L"%ls %lu 0x%lX;", function, param, flags);
-    RegSetKeyValueW(HKEY_LOCAL_MACHINE, ProviderKey(name).c_str(), harness::kCallsValue, REG_SZ, calls,
+    RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), harness::kCallsValue, RRF_RT_REG_SZ, nullptr, calls, &size);
+    swprintf(calls + wcslen(calls), 128, L"%ls %lu 0x%lX;", function, param, flags);
+    RegSetKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), harness::kCallsValue, REG_SZ, calls,
                     static_cast<DWORD>((wcslen(calls) + 1) * sizeof(wchar_t)));
+    harness::TestProviderBehaviour behaviour;
+    size = sizeof(behaviour);
+    RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), harness::kBehaviourValue, RRF_RT_REG_BINARY, nullptr,
+                 &behaviour, &size);
+    return behaviour;
 }
 
 const std::wstring& NameOf(HCRYPTPROV provider) {
@@ -62,8 +57,7 @@ __declspec(dllexport) BOOL WINAPI
     CPAcquireContext(HCRYPTPROV* provider, LPSTR, DWORD flags, ProviderTable* table) {
     const char* narrow = table != nullptr && table->version >= 3 ? table->providerName : "";
     const std::wstring name(narrow, narrow + strlen(narrow));
-    Record(name, L"CPAcquireContext", 0, flags);
-    if (const DWORD result = Behaviour(name).acquireResult; result != 0) {
+    if (const DWORD result = Call(name, L"CPAcquireContext", 0, flags).acquireResult; result != 0) {
         return Fail(result);
     }
     *provider = reinterpret_cast<HCRYPTPROV>(new std::wstring(name));
@@ -71,7 +65,7 @@ __declspec(dllexport) BOOL WINAPI
 }
 
 __declspec(dllexport) BOOL WINAPI CPReleaseContext(HCRYPTPROV provider, DWORD flags) {
-    Record(NameOf(provider), L"CPReleaseContext", 0, flags);
+    Call(NameOf(provider), L"CPReleaseContext", 0, flags);
     delete reinterpret_cast<std::wstring*>(provider);
     return TRUE;
 }
@@ -79,8 +73,7 @@ __declspec(dllexport) BOOL WINAPI CPReleaseContext(HCRYPTPROV provider, DWORD fl
 // Answers the version, and parameters 129 (4 bytes) and 138 (20 bytes) when told to.
 __declspec(dllexport) BOOL WINAPI
     CPGetProvParam(HCRYPTPROV provider, DWORD param, BYTE* data, DWORD* length, DWORD flags) {
-    Record(NameOf(provider), L"CPGetProvParam", param, flags);
-    const harness::TestProviderBehaviour behaviour = Behaviour(NameOf(provider));
+    const harness::TestProviderBehaviour behaviour = Call(NameOf(provider), L"CPGetProvParam", param, flags);
     const DWORD size = param == PP_VERSION                         ? 4
                        : param == 129 && behaviour.answersParam129 ? 4
                        : param == 138 && behaviour.answersParam138 ? 20
@@ -95,9 +88,8 @@ __declspec(dllexport) BOOL WINAPI
 }
 
 __declspec(dllexport) BOOL WINAPI CPSetProvParam(HCRYPTPROV provider, DWORD param, const BYTE*, DWORD flags) {
-    Record(NameOf(provider), L"CPSetProvParam", param, flags);
-    const DWORD result =
-        param == PP_USE_HARDWARE_RNG ? Behaviour(NameOf(provider)).hardwareRngResult : NTE_BAD_TYPE;
+    const DWORD rngResult = Call(NameOf(provider), L"CPSetProvParam", param, flags).hardwareRngResult;
+    const DWORD result = param == PP_USE_HARDWARE_RNG ? rngResult : NTE_BAD_TYPE;
     return result == 0 ? TRUE : Fail(result);
 }
 

@@ -12,7 +12,6 @@
 #include <utility>
 
 #include <windows.h>
-#include <wincrypt.h>
 
 #include "machine.h"
 
@@ -61,15 +60,5 @@ public:
 private:
     std::wstring name_;
 };
-
-// The default provider of `type` (CRYPT_MACHINE_DEFAULT or CRYPT_USER_DEFAULT).
-inline std::optional<std::wstring> DefaultProvider(DWORD type, DWORD which) {
-    wchar_t name[260];
-    DWORD size = sizeof(name);
-    if (!CryptGetDefaultProviderW(type, nullptr, which, name, &size)) {
-        return std::nullopt;
-    }
-    return std::wstring(name);
-}
 
 } // namespace harness
