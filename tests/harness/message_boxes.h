@@ -1,7 +1,5 @@
-// The message boxes setuputils.dll shows, recorded instead of shown: while a
-// MessageBoxes lives, the library's import of user32!MessageBoxW points at a
-// recorder that keeps the arguments and answers IDOK. Make it after the
-// library is loaded (after the ActionSession).
+// While a MessageBoxes lives (made after the library is loaded), the boxes
+// setuputils.dll shows through MessageBoxW are recorded instead, answered IDOK.
 #pragma once
 
 #include <cstdint>
@@ -42,10 +40,8 @@ private:
 // system's dialog class, or a class registered here), destroyed with this.
 using StandInWindow = std::unique_ptr<HWND__, decltype(&DestroyWindow)>;
 inline StandInWindow MakeStandInWindow(const wchar_t* windowClass, const std::wstring& title) {
-    WNDCLASSW registration{};
-    registration.lpfnWndProc = DefWindowProcW;
-    registration.lpszClassName = windowClass;
-    registration.hInstance = GetModuleHandleW(nullptr);
+    const WNDCLASSW registration{0,       DefWindowProcW, 0,       0,       GetModuleHandleW(nullptr),
+                                 nullptr, nullptr,        nullptr, nullptr, windowClass};
     if (windowClass[0] != L'#') {
         RegisterClassW(&registration); // once; later calls fail harmlessly
     }

@@ -1,6 +1,4 @@
-// The test cryptographic service provider (bin/test_csp.dll) for every name it
-// is registered under (test_provider.h): each context behaves as the test set
-// up its name and records its calls. Wine's advapi32 refuses a provider that
+// The test provider (test_provider.h). Wine's advapi32 refuses a provider that
 // lacks any entry point but CPDuplicateHash and CPDuplicateKey.
 #include <cstring>
 #include <cwchar>

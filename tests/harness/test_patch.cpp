@@ -4,10 +4,8 @@
 // there, 1 when there is none.
 #include <windows.h>
 
-namespace {
-
 // Adds one to the count `name` and returns "Result".
-DWORD Count(const wchar_t* name) {
+static DWORD Count(const wchar_t* name) {
     const wchar_t* records = L"Software\\SetupUtilsTests\\Patch";
     DWORD count = 0, result = 1, size = sizeof(DWORD);
     RegGetValueW(HKEY_CURRENT_USER, records, name, RRF_RT_REG_DWORD, nullptr, &count, &size);
@@ -16,8 +14,6 @@ DWORD Count(const wchar_t* name) {
     RegGetValueW(HKEY_CURRENT_USER, records, L"Result", RRF_RT_REG_DWORD, nullptr, &result, &size);
     return result;
 }
-
-} // namespace
 
 extern "C" __declspec(dllexport) BOOL WINAPI NvnDllPatch() {
     return Count(L"Calls") != 0;

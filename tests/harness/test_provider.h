@@ -1,7 +1,6 @@
-// A test cryptographic service provider, bin/test_csp.dll, registered as
-// provider `name` of `type` while a TestProvider lives, at the key advapi32
-// loads it from (Wine checks no signature). One DLL serves every name: at each
-// call it reads the name's behaviour from that key and appends the call there.
+// The test cryptographic service provider (test_csp.dll), registered as `name`
+// of `type` while a TestProvider lives (Wine checks no signature). At each call
+// the DLL reads the name's behaviour from its key and appends the call there.
 //     TestProvider gost(L"Test GOST CSP", 75, {.version = 0x300});
 //     ... run an action that acquires "Test GOST CSP" ...
 //     EXPECT_EQ(gost.TakeCalls(), L"CPAcquireContext 0 0xF0000040;CPReleaseContext 0 0x0;");
@@ -9,7 +8,6 @@
 
 #include <optional>
 #include <string>
-#include <utility>
 
 #include <windows.h>
 
@@ -34,31 +32,27 @@ struct TestProviderBehaviour {
 
 class TestProvider {
 public:
-    TestProvider(std::wstring name, DWORD type, const TestProviderBehaviour& behaviour = {})
-        : name_(std::move(name)) {
-        WriteRegistryString(HKEY_LOCAL_MACHINE, ProviderKey(name_), L"Image Path",
-                            TestProgramPath(L"test_csp.dll"));
-        WriteRegistryDword(HKEY_LOCAL_MACHINE, ProviderKey(name_), L"Type", type);
+    TestProvider(const std::wstring& name, DWORD type, const TestProviderBehaviour& behaviour = {})
+        : key_(ProviderKey(name)) {
+        WriteRegistryString(HKEY_LOCAL_MACHINE, key_, L"Image Path", TestProgramPath(L"test_csp.dll"));
+        WriteRegistryDword(HKEY_LOCAL_MACHINE, key_, L"Type", type);
         SetBehaviour(behaviour);
     }
-    ~TestProvider() { DeleteRegistryTree(HKEY_LOCAL_MACHINE, ProviderKey(name_)); }
-    TestProvider(const TestProvider&) = delete;
-    TestProvider& operator=(const TestProvider&) = delete;
+    ~TestProvider() { DeleteRegistryTree(HKEY_LOCAL_MACHINE, key_); }
 
     void SetBehaviour(const TestProviderBehaviour& behaviour) {
-        RestoreRegistryValue(HKEY_LOCAL_MACHINE, ProviderKey(name_), kBehaviourValue,
+        RestoreRegistryValue(HKEY_LOCAL_MACHINE, key_, kBehaviourValue,
                              MakeRegistryData(REG_BINARY, &behaviour, sizeof(behaviour)));
     }
     // The calls since the last time they were taken.
     std::wstring TakeCalls() {
-        const std::wstring calls =
-            ReadRegistryString(HKEY_LOCAL_MACHINE, ProviderKey(name_), kCallsValue).value_or(L"");
-        RestoreRegistryValue(HKEY_LOCAL_MACHINE, ProviderKey(name_), kCallsValue, std::nullopt);
+        const std::wstring calls = ReadRegistryString(HKEY_LOCAL_MACHINE, key_, kCallsValue).value_or(L"");
+        RestoreRegistryValue(HKEY_LOCAL_MACHINE, key_, kCallsValue, std::nullopt);
         return calls;
     }
 
 private:
-    std::wstring name_;
+    const std::wstring key_;
 };
 
 } // namespace harness

@@ -1,6 +1,5 @@
-// Stands in for the provider's self-test program: "test_self_test.exe <exit
-// code> [milliseconds]". It runs for the given time (default 500 ms), then
-// records its command line as "Finished" in HKCU\Software\SetupUtilsTests\SelfTest.
+// The provider's self-test stand-in, "test_self_test.exe <exit code> [ms]": after
+// ms (500) it records its command line as HKCU\Software\SetupUtilsTests\SelfTest "Finished".
 #include <cwchar>
 #include <cstdlib>
 
