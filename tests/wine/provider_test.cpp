@@ -7,10 +7,10 @@
 #include <aclapi.h>
 #include <sddl.h>
 
-#include <set>
 #include <optional>
-#include <utility>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "action_session.h"
