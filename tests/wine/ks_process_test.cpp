@@ -1,65 +1,59 @@
-// KSProcess against real installer sessions: which driver packages it
-// schedules, under which names, in which order and with which data.
+// KSProcess and KSCheckDeleteFlag against real installer sessions: which
+// driver packages KSProcess schedules, under which names, in which order and
+// with which data; when a running driver's deletion request sets DELETEFLAG.
 #include <algorithm>
 
 #include "driver_package_fixture.h"
-#include "machine.h"
 
 namespace harness {
 namespace {
 
 using Actions = std::vector<std::wstring>;
 
-std::wstring Data(const std::wstring& directory, const std::wstring& fileName,
-                  const std::wstring& componentId, const std::wstring& flags) {
-    return directory + kSeparator + fileName + kSeparator + componentId + kSeparator + flags + kSeparator +
-           L"3000000";
-}
-
-class KSProcessTest : public DriverPackageTest {
+class KSProcessTest : public DriverTest {
 protected:
-    bool Informed(const std::wstring& text) const {
-        auto texts = messages_.InfoTexts();
-        return std::find(texts.begin(), texts.end(), text) != texts.end();
-    }
-    int CountInfo(const std::wstring& text) const {
-        auto texts = messages_.InfoTexts();
+    int Informed(const std::wstring& text) const {
+        const Texts texts = messages_.InfoTexts();
         return static_cast<int>(std::count(texts.begin(), texts.end(), text));
     }
 };
 
-TEST_F(KSProcessTest, InstallSchedulesRollbackThenInstallWithTheSameData) {
-    AddDriver(L"nvdrv", L"NVDRV~1.INF|nvdriver.inf", 0x121);
-    auto& session = OpenCosted();
+// One package being installed: the rollback is scheduled before the install,
+// both with the same data (the whole short|long file name value travels),
+// under the names of the platform.
+struct Scheduling {
+    Properties properties;
+    std::wstring fileName;
+    int flags;
+    Actions actions;
+    std::wstring marker;
+};
 
-    EXPECT_EQ(RunKSProcess(), 0u);
+class KSProcessScheduling : public KSProcessTest, public ::testing::WithParamInterface<Scheduling> {};
 
-    EXPECT_EQ(messages_.StartedActions(), (Actions{L"KSRollback64", L"KSInstall64"}));
-    // The whole short|long value travels; the deferred action picks the long name.
-    const std::wstring expected =
-        Data(driverFolder_, L"NVDRV~1.INF|nvdriver.inf", ComponentId(L"nvdrv"), L"289");
-    EXPECT_EQ(session.Property(L"KSRollback64"), expected);
-    EXPECT_EQ(session.Property(L"KSInstall64"), expected);
-    EXPECT_TRUE(Informed(L"64"));
-    EXPECT_TRUE(Informed(expected));
+TEST_P(KSProcessScheduling, SchedulesRollbackThenInstallWithTheSameData) {
+    const Scheduling& row = GetParam();
+    AddDriver(L"nvdrv", row.fileName, row.flags);
+    auto& session = OpenCosted(row.properties);
 
-    auto progress = messages_.OfType(INSTALLMESSAGE_PROGRESS);
-    ASSERT_EQ(progress.size(), 2u);
-    EXPECT_EQ(progress[0].fields, (std::vector<std::wstring>{L"", L"1", L"0", L"0", L"0"}));
-    EXPECT_EQ(progress[1].fields, (std::vector<std::wstring>{L"", L"2", L"30", L"0", L"0"}));
+    EXPECT_EQ(Run("KSProcess"), 0u);
+
+    EXPECT_EQ(messages_.StartedActions(), row.actions);
+    const std::wstring data =
+        ActionData(driverFolder_, row.fileName, ComponentId(L"nvdrv"), std::to_wstring(row.flags));
+    EXPECT_EQ(session.Property(row.actions[0]), data);
+    EXPECT_EQ(session.Property(row.actions[1]), data);
+    EXPECT_EQ(Informed(row.marker), 1);
+    EXPECT_EQ(Informed(data), 1);
+    EXPECT_EQ(messages_.FieldsOf(INSTALLMESSAGE_PROGRESS),
+              (std::vector<Texts>{{L"1", L"0", L"0", L"0"}, {L"2", L"30", L"0", L"0"}}));
 }
 
-TEST_F(KSProcessTest, WithoutVersionNT64SchedulesThe32BitActions) {
-    AddDriver(L"nvdrv", L"nvdrv.inf");
-    auto& session = OpenCosted({{L"VersionNT64", L""}});
-
-    EXPECT_EQ(RunKSProcess(), 0u);
-
-    EXPECT_EQ(messages_.StartedActions(), (Actions{L"KSRollback", L"KSInstall"}));
-    EXPECT_EQ(session.Property(L"KSInstall"), Data(driverFolder_, L"nvdrv.inf", ComponentId(L"nvdrv"), L"0"));
-    EXPECT_TRUE(Informed(L"x86"));
-    EXPECT_EQ(session.Property(L"KSInstall64"), L"");
-}
+INSTANTIATE_TEST_SUITE_P(
+    Platforms, KSProcessScheduling,
+    ::testing::Values(
+        Scheduling{{}, L"NVDRV~1.INF|nvdriver.inf", 0x121, {L"KSRollback64", L"KSInstall64"}, L"64"},
+        Scheduling{{{L"VersionNT64", L""}}, L"nvdrv.inf", 0, {L"KSRollback", L"KSInstall"}, L"x86"}));
 
 TEST_F(KSProcessTest, InstallsOnlyPackagesWhoseComponentAndReferenceAreInstalled) {
     AddDriver(L"a_plain", L"a.inf", 0, L"", L"On");
@@ -71,105 +65,79 @@ TEST_F(KSProcessTest, InstallsOnlyPackagesWhoseComponentAndReferenceAreInstalled
     package_.Sql(L"UPDATE `Feature` SET `Level` = 0 WHERE `Feature` = 'Off'");
     OpenCosted();
 
-    EXPECT_EQ(RunKSProcess(), 0u);
+    EXPECT_EQ(Run("KSProcess"), 0u);
 
-    EXPECT_EQ(messages_.StartedActions(),
-              (Actions{L"KSRollback64", L"KSInstall64", L"KSRollback64", L"KSInstall64"}));
-    EXPECT_TRUE(Informed(Data(driverFolder_, L"a.inf", ComponentId(L"a_plain"), L"0")));
-    EXPECT_TRUE(Informed(Data(driverFolder_, L"b.inf", ComponentId(L"b_withref"), L"0")));
+    EXPECT_EQ(messages_.StartedActions().size(), 4u);
+    EXPECT_EQ(Informed(ActionData(driverFolder_, L"a.inf", ComponentId(L"a_plain"), L"0")), 1);
+    EXPECT_EQ(Informed(ActionData(driverFolder_, L"b.inf", ComponentId(L"b_withref"), L"0")), 1);
 }
 
-// The second install condition also accepts a reference that is installed and
-// stays so (installed 3, action unknown). Wine's engine reports any installed
-// component of a costed maintenance session with action 3, and a disabled one
-// as unknown/unknown, so that pair of states cannot be produced here; the
-// decision table is covered by the native tests of the driver rules.
-TEST_F(KSProcessTest, ReferenceBeingRemovedKeepsThePackageOut) {
-    AddDriver(L"drv", L"drv.inf", 0, L"refc", L"Drv");
-    AddPlainComponent(L"refc", L"Ref");
-    WriteInf(L"drv.inf", DriverInf("nvdrv"));
-    InstallThenOpen(L"ADDLOCAL=Ref", {{L"ADDLOCAL", L"Drv"}, {L"REMOVE", L"Ref"}});
-
-    EXPECT_EQ(RunKSProcess(), 0u);
-
-    EXPECT_TRUE(messages_.StartedActions().empty());
-}
-
+// Uninstall data ends in the service of the INF's install section (found
+// through its first manufacturer and model) when the INF opens and names one.
 TEST_F(KSProcessTest, RemovalSchedulesOnlyUninstallWithTheInfService) {
     AddDriver(L"a_service", L"a.inf", 0x100);
     AddDriver(L"b_noservice", L"b.inf");
     AddDriver(L"c_shortlong", L"C~1.INF|c.inf");
-    WriteInf(L"a.inf", DriverInf("nvdrv"));
-    WriteInf(L"b.inf", DriverInf(""));
-    WriteInf(L"c.inf", DriverInf("cdrv"));
+    WritePackageInf(L"a.inf", DriverInf("nvdrv"));
+    WritePackageInf(L"b.inf", DriverInf(""));
+    WritePackageInf(L"c.inf", DriverInf("cdrv"));
     InstallThenOpen(L"", {{L"REMOVE", L"ALL"}});
 
-    EXPECT_EQ(RunKSProcess(), 0u);
+    EXPECT_EQ(Run("KSProcess"), 0u);
 
-    EXPECT_EQ(messages_.StartedActions(), (Actions{L"KSUninstall64", L"KSUninstall64", L"KSUninstall64"}));
-    EXPECT_TRUE(
-        Informed(Data(driverFolder_, L"a.inf", ComponentId(L"a_service"), L"256") + kSeparator + L"nvdrv"));
-    EXPECT_TRUE(Informed(Data(driverFolder_, L"b.inf", ComponentId(L"b_noservice"), L"0")));
-    // The service lookup opens the INF by the whole short|long value, which names no file.
-    EXPECT_TRUE(Informed(Data(driverFolder_, L"C~1.INF|c.inf", ComponentId(L"c_shortlong"), L"0")));
-    // The install section was found through the INF's first manufacturer and model.
-    EXPECT_TRUE(Informed(L"KSInstall64:info: Found InstallSectionName: Driver_Install"));
+    EXPECT_EQ(messages_.StartedActions(), (Actions(3, L"KSUninstall64")));
+    EXPECT_EQ(Informed(ActionData(driverFolder_, L"a.inf", ComponentId(L"a_service"), L"256") + kSeparator +
+                       L"nvdrv"),
+              1);
+    EXPECT_EQ(Informed(ActionData(driverFolder_, L"b.inf", ComponentId(L"b_noservice"), L"0")), 1);
+    // The whole short|long value names the INF here, and it names no file.
+    EXPECT_EQ(Informed(ActionData(driverFolder_, L"C~1.INF|c.inf", ComponentId(L"c_shortlong"), L"0")), 1);
+    EXPECT_EQ(Informed(L"KSInstall64:info: Found InstallSectionName: Driver_Install"), 2);
 }
 
-TEST_F(KSProcessTest, UnreadableInfGivesUninstallDataWithoutService) {
-    AddDriver(L"nvdrv", L"nvdrv.inf");
-    WriteInf(L"nvdrv.inf", DriverInf("nvdrv"));
-    InstallThenOpen(L"", {{L"REMOVE", L"ALL"}});
-    DeleteFileW((driverFolder_ + L"nvdrv.inf").c_str());
-
-    EXPECT_EQ(RunKSProcess(), 0u);
-
-    EXPECT_EQ(messages_.StartedActions(), (Actions{L"KSUninstall64"}));
-    EXPECT_EQ(session_->Property(L"KSUninstall64"),
-              Data(driverFolder_, L"nvdrv.inf", ComponentId(L"nvdrv"), L"0"));
-}
-
-TEST_F(KSProcessTest, FailedSchedulingStopsWithTheInstallerStatus) {
+// A failed step ends the action with its status before the next package.
+TEST_F(KSProcessTest, FailuresStopTheScheduling) {
     AddDriver(L"a_first", L"a.inf");
     AddDriver(L"b_second", L"b.inf");
     // Without the deferred actions in the package the installer refuses to run them.
     package_.Sql(L"DELETE FROM `CustomAction`");
     OpenCosted();
-
-    EXPECT_EQ(RunKSProcess(), static_cast<UINT>(ERROR_FUNCTION_NOT_CALLED));
-
-    EXPECT_EQ(CountInfo(L"64"), 1) << "the second package must not be scheduled";
+    EXPECT_EQ(Run("KSProcess"), static_cast<UINT>(ERROR_FUNCTION_NOT_CALLED));
+    EXPECT_EQ(Informed(L"64"), 1) << "the second package must not be scheduled";
 }
 
 TEST_F(KSProcessTest, UnknownReferenceComponentFailsBeforeScheduling) {
     AddDriver(L"a_badref", L"a.inf", 0, L"NoSuchComponent");
     AddDriver(L"b_good", L"b.inf");
     OpenCosted();
-
-    EXPECT_EQ(RunKSProcess(), static_cast<UINT>(ERROR_UNKNOWN_COMPONENT));
-
+    EXPECT_EQ(Run("KSProcess"), static_cast<UINT>(ERROR_UNKNOWN_COMPONENT));
     EXPECT_TRUE(messages_.StartedActions().empty());
 }
 
 // From Windows 10 on, the package's INF variant x.ms.inf is installed and
-// removed in place of x.inf.
+// removed in place of x.inf. A package whose reference is being removed is
+// not installed.
 class KSProcessInfVariant : public KSProcessTest {
 protected:
     void Check(DWORD major, const std::wstring& suffix, const std::wstring& service) {
         ASSERT_EQ(ReportedMajorVersion(), major) << "the test prefix reports the wrong Windows version";
         AddDriver(L"a_long", L"drv.inf");
         AddDriver(L"b_short", L"SHORT~1.INF|shortlong.inf", 0, L"", L"Later");
-        WriteInf(L"drv.inf", DriverInf("plaindrv"));
-        WriteInf(L"drv.ms.inf", DriverInf("msdrv"));
-        WriteInf(L"shortlong.inf", DriverInf(""));
+        AddDriver(L"c_refgoes", L"c.inf", 0, L"a_long", L"Later");
+        WritePackageInf(L"drv.inf", DriverInf("plaindrv"));
+        WritePackageInf(L"drv.ms.inf", DriverInf("msdrv"));
+        WritePackageInf(L"shortlong.inf", DriverInf(""));
         InstallThenOpen(L"ADDLOCAL=Main", {{L"ADDLOCAL", L"Later"}, {L"REMOVE", L"Main"}});
 
-        EXPECT_EQ(RunKSProcess(), 0u);
+        EXPECT_EQ(Run("KSProcess"), 0u);
 
-        EXPECT_EQ(session_->Property(L"KSInstall64"),
-                  Data(driverFolder_, L"SHORT~1.INF|shortlong" + suffix, ComponentId(L"b_short"), L"0"));
+        EXPECT_EQ(messages_.StartedActions().size(), 3u);
+        EXPECT_EQ(
+            session_->Property(L"KSInstall64"),
+            ActionData(driverFolder_, L"SHORT~1.INF|shortlong" + suffix, ComponentId(L"b_short"), L"0"));
         EXPECT_EQ(session_->Property(L"KSUninstall64"),
-                  Data(driverFolder_, L"drv" + suffix, ComponentId(L"a_long"), L"0") + kSeparator + service);
+                  ActionData(driverFolder_, L"drv" + suffix, ComponentId(L"a_long"), L"0") + kSeparator +
+                      service);
     }
 };
 
@@ -182,6 +150,35 @@ TEST_F(KSProcessOnWindows10, SchedulesTheMsInfVariant) {
 
 TEST_F(KSProcessOnWindows7, SchedulesThePlainInf) {
     Check(6, L".inf", L"plaindrv");
+}
+
+// KSCheckDeleteFlag sets DELETEFLAG only for a component being installed
+// whose service runs and holds a non-zero DWORD DeleteFlag; the service of
+// component "ksflagdrv64" is "ksflagdrv".
+using KSCheckDeleteFlagTest = DriverTest;
+
+TEST_F(KSCheckDeleteFlagTest, NeedsARunningDriverBeingInstalledAndANonZeroDword) {
+    const std::wstring key = L"SYSTEM\\CurrentControlSet\\Services\\ksflagdrv";
+    TestDriverService service(L"ksflagdrv");
+    AddDriver(L"ksflagdrv64", L"ksflagdrv.inf", 0, L"", L"Off");
+    package_.Sql(L"UPDATE `Feature` SET `Level` = 0 WHERE `Feature` = 'Off'");
+    OpenCosted();
+    auto flag = [&] {
+        EXPECT_EQ(Run("KSCheckDeleteFlag"), 0u);
+        return session_->Property(L"DELETEFLAG");
+    };
+    WriteRegistryDword(HKEY_LOCAL_MACHINE, key, L"DeleteFlag", 1);
+    EXPECT_EQ(flag(), L"") << "stopped driver";
+    service.Start();
+    EXPECT_EQ(flag(), L"") << "component not being installed";
+
+    MsiSetFeatureStateW(session_->get(), L"Off", INSTALLSTATE_LOCAL);
+    WriteRegistryDword(HKEY_LOCAL_MACHINE, key, L"DeleteFlag", 0);
+    EXPECT_EQ(flag(), L"") << "flag value 0";
+    WriteRegistryString(HKEY_LOCAL_MACHINE, key, L"DeleteFlag", L"1");
+    EXPECT_EQ(flag(), L"") << "flag of the wrong type";
+    WriteRegistryDword(HKEY_LOCAL_MACHINE, key, L"DeleteFlag", 7);
+    EXPECT_EQ(flag(), L"1");
 }
 
 } // namespace
