@@ -1,14 +1,16 @@
 // KSProcess and KSCheckDeleteFlag against real installer sessions: which
 // driver packages KSProcess schedules, under which names, in which order and
 // with which data; when a running driver's deletion request sets DELETEFLAG.
-#include <algorithm>
-
 #include "driver_package_fixture.h"
 
 namespace harness {
 namespace {
 
-using Actions = std::vector<std::wstring>;
+struct Scheduling {
+    Properties properties;
+    std::wstring fileName, flags, marker;
+    Texts actions;
+};
 
 class KSProcessTest : public DriverTest {
 protected:
@@ -18,33 +20,20 @@ protected:
     }
 };
 
-// One package being installed: the rollback is scheduled before the install,
-// both with the same data (the whole short|long file name value travels),
-// under the names of the platform.
-struct Scheduling {
-    Properties properties;
-    std::wstring fileName;
-    int flags;
-    Actions actions;
-    std::wstring marker;
-};
-
 class KSProcessScheduling : public KSProcessTest, public ::testing::WithParamInterface<Scheduling> {};
 
+// A package being installed: the rollback is scheduled before the install,
+// both with the same data (the whole short|long file name value travels),
+// under the names of the platform.
 TEST_P(KSProcessScheduling, SchedulesRollbackThenInstallWithTheSameData) {
     const Scheduling& row = GetParam();
-    AddDriver(L"nvdrv", row.fileName, row.flags);
+    AddDriver(L"nvdrv", row.fileName, std::stoi(row.flags));
     auto& session = OpenCosted(row.properties);
-
     EXPECT_EQ(Run("KSProcess"), 0u);
-
     EXPECT_EQ(messages_.StartedActions(), row.actions);
-    const std::wstring data =
-        ActionData(driverFolder_, row.fileName, ComponentId(L"nvdrv"), std::to_wstring(row.flags));
-    EXPECT_EQ(session.Property(row.actions[0]), data);
-    EXPECT_EQ(session.Property(row.actions[1]), data);
-    EXPECT_EQ(Informed(row.marker), 1);
-    EXPECT_EQ(Informed(data), 1);
+    const std::wstring data = ActionData(driverFolder_, row.fileName, ids_.back(), row.flags);
+    EXPECT_EQ(session.Property(row.actions[0]) + session.Property(row.actions[1]), data + data);
+    EXPECT_EQ(Informed(row.marker) + Informed(data), 2);
     EXPECT_EQ(messages_.FieldsOf(INSTALLMESSAGE_PROGRESS),
               (std::vector<Texts>{{L"1", L"0", L"0", L"0"}, {L"2", L"30", L"0", L"0"}}));
 }
@@ -52,24 +41,23 @@ TEST_P(KSProcessScheduling, SchedulesRollbackThenInstallWithTheSameData) {
 INSTANTIATE_TEST_SUITE_P(
     Platforms, KSProcessScheduling,
     ::testing::Values(
-        Scheduling{{}, L"NVDRV~1.INF|nvdriver.inf", 0x121, {L"KSRollback64", L"KSInstall64"}, L"64"},
-        Scheduling{{{L"VersionNT64", L""}}, L"nvdrv.inf", 0, {L"KSRollback", L"KSInstall"}, L"x86"}));
+        Scheduling{{}, L"NVDRV~1.INF|nvdriver.inf", L"289", L"64", {L"KSRollback64", L"KSInstall64"}},
+        Scheduling{{{L"VersionNT64", L""}}, L"nvdrv.inf", L"0", L"x86", {L"KSRollback", L"KSInstall"}}));
 
+// Of the packages whose component is installed, those whose reference is not are left out.
 TEST_F(KSProcessTest, InstallsOnlyPackagesWhoseComponentAndReferenceAreInstalled) {
     AddDriver(L"a_plain", L"a.inf", 0, L"", L"On");
     AddDriver(L"b_withref", L"b.inf", 0, L"refon", L"On");
     AddDriver(L"c_refoff", L"c.inf", 0, L"refoff", L"On");
     AddDriver(L"d_off", L"d.inf", 0, L"", L"Off");
-    AddPlainComponent(L"refon", L"On");
-    AddPlainComponent(L"refoff", L"Off");
+    package_.AddFileComponent(L"refon", L"DRIVERDIR", L"refon.txt", L"On");
+    package_.AddFileComponent(L"refoff", L"DRIVERDIR", L"refoff.txt", L"Off");
     package_.Sql(L"UPDATE `Feature` SET `Level` = 0 WHERE `Feature` = 'Off'");
     OpenCosted();
-
     EXPECT_EQ(Run("KSProcess"), 0u);
-
     EXPECT_EQ(messages_.StartedActions().size(), 4u);
-    EXPECT_EQ(Informed(ActionData(driverFolder_, L"a.inf", ComponentId(L"a_plain"), L"0")), 1);
-    EXPECT_EQ(Informed(ActionData(driverFolder_, L"b.inf", ComponentId(L"b_withref"), L"0")), 1);
+    EXPECT_EQ(Informed(ActionData(driverFolder_, L"a.inf", ids_[1], L"0")), 1);
+    EXPECT_EQ(Informed(ActionData(driverFolder_, L"b.inf", ids_[2], L"0")), 1);
 }
 
 // Uninstall data ends in the service of the INF's install section (found
@@ -78,29 +66,24 @@ TEST_F(KSProcessTest, RemovalSchedulesOnlyUninstallWithTheInfService) {
     AddDriver(L"a_service", L"a.inf", 0x100);
     AddDriver(L"b_noservice", L"b.inf");
     AddDriver(L"c_shortlong", L"C~1.INF|c.inf");
-    WritePackageInf(L"a.inf", DriverInf("nvdrv"));
-    WritePackageInf(L"b.inf", DriverInf(""));
-    WritePackageInf(L"c.inf", DriverInf("cdrv"));
-    InstallThenOpen(L"", {{L"REMOVE", L"ALL"}});
-
+    WritePackageFile(L"a.inf", DriverInf("nvdrv"));
+    WritePackageFile(L"b.inf", DriverInf(""));
+    WritePackageFile(L"c.inf", DriverInf("cdrv"));
+    OpenCosted({{L"REMOVE", L"ALL"}}, L"");
     EXPECT_EQ(Run("KSProcess"), 0u);
-
-    EXPECT_EQ(messages_.StartedActions(), (Actions(3, L"KSUninstall64")));
-    EXPECT_EQ(Informed(ActionData(driverFolder_, L"a.inf", ComponentId(L"a_service"), L"256") + kSeparator +
-                       L"nvdrv"),
-              1);
-    EXPECT_EQ(Informed(ActionData(driverFolder_, L"b.inf", ComponentId(L"b_noservice"), L"0")), 1);
+    EXPECT_EQ(messages_.StartedActions(), (Texts(3, L"KSUninstall64")));
+    EXPECT_EQ(Informed(ActionData(driverFolder_, L"a.inf", ids_[1], L"256") + kSeparator + L"nvdrv"), 1);
+    EXPECT_EQ(Informed(ActionData(driverFolder_, L"b.inf", ids_[2], L"0")), 1);
     // The whole short|long value names the INF here, and it names no file.
-    EXPECT_EQ(Informed(ActionData(driverFolder_, L"C~1.INF|c.inf", ComponentId(L"c_shortlong"), L"0")), 1);
-    EXPECT_EQ(Informed(L"KSInstall64:info: Found InstallSectionName: Driver_Install"), 2);
+    EXPECT_EQ(Informed(ActionData(driverFolder_, L"C~1.INF|c.inf", ids_[3], L"0")), 1);
+    EXPECT_EQ(Informed(kInfo + L"Found InstallSectionName: Driver_Install"), 2);
 }
 
-// A failed step ends the action with its status before the next package.
-TEST_F(KSProcessTest, FailuresStopTheScheduling) {
+// A failing step ends the action with its status before the next package.
+TEST_F(KSProcessTest, FailedSchedulingStopsWithTheInstallersStatus) {
     AddDriver(L"a_first", L"a.inf");
     AddDriver(L"b_second", L"b.inf");
-    // Without the deferred actions in the package the installer refuses to run them.
-    package_.Sql(L"DELETE FROM `CustomAction`");
+    package_.Sql(L"DELETE FROM `CustomAction`"); // the installer refuses to run what is not there
     OpenCosted();
     EXPECT_EQ(Run("KSProcess"), static_cast<UINT>(ERROR_FUNCTION_NOT_CALLED));
     EXPECT_EQ(Informed(L"64"), 1) << "the second package must not be scheduled";
@@ -124,20 +107,16 @@ protected:
         AddDriver(L"a_long", L"drv.inf");
         AddDriver(L"b_short", L"SHORT~1.INF|shortlong.inf", 0, L"", L"Later");
         AddDriver(L"c_refgoes", L"c.inf", 0, L"a_long", L"Later");
-        WritePackageInf(L"drv.inf", DriverInf("plaindrv"));
-        WritePackageInf(L"drv.ms.inf", DriverInf("msdrv"));
-        WritePackageInf(L"shortlong.inf", DriverInf(""));
-        InstallThenOpen(L"ADDLOCAL=Main", {{L"ADDLOCAL", L"Later"}, {L"REMOVE", L"Main"}});
-
+        WritePackageFile(L"drv.inf", DriverInf("plaindrv"));
+        WritePackageFile(L"drv.ms.inf", DriverInf("msdrv"));
+        WritePackageFile(L"shortlong.inf", DriverInf(""));
+        OpenCosted({{L"ADDLOCAL", L"Later"}, {L"REMOVE", L"Main"}}, L"ADDLOCAL=Main");
         EXPECT_EQ(Run("KSProcess"), 0u);
-
         EXPECT_EQ(messages_.StartedActions().size(), 3u);
-        EXPECT_EQ(
-            session_->Property(L"KSInstall64"),
-            ActionData(driverFolder_, L"SHORT~1.INF|shortlong" + suffix, ComponentId(L"b_short"), L"0"));
+        EXPECT_EQ(session_->Property(L"KSInstall64"),
+                  ActionData(driverFolder_, L"SHORT~1.INF|shortlong" + suffix, ids_[2], L"0"));
         EXPECT_EQ(session_->Property(L"KSUninstall64"),
-                  ActionData(driverFolder_, L"drv" + suffix, ComponentId(L"a_long"), L"0") + kSeparator +
-                      service);
+                  ActionData(driverFolder_, L"drv" + suffix, ids_[1], L"0") + kSeparator + service);
     }
 };
 
@@ -152,9 +131,8 @@ TEST_F(KSProcessOnWindows7, SchedulesThePlainInf) {
     Check(6, L".inf", L"plaindrv");
 }
 
-// KSCheckDeleteFlag sets DELETEFLAG only for a component being installed
-// whose service runs and holds a non-zero DWORD DeleteFlag; the service of
-// component "ksflagdrv64" is "ksflagdrv".
+// DELETEFLAG needs a component being installed whose service runs and holds a
+// non-zero DWORD DeleteFlag; the service of component "ksflagdrv64" is "ksflagdrv".
 using KSCheckDeleteFlagTest = DriverTest;
 
 TEST_F(KSCheckDeleteFlagTest, NeedsARunningDriverBeingInstalledAndANonZeroDword) {
@@ -171,7 +149,6 @@ TEST_F(KSCheckDeleteFlagTest, NeedsARunningDriverBeingInstalledAndANonZeroDword)
     EXPECT_EQ(flag(), L"") << "stopped driver";
     service.Start();
     EXPECT_EQ(flag(), L"") << "component not being installed";
-
     MsiSetFeatureStateW(session_->get(), L"Off", INSTALLSTATE_LOCAL);
     WriteRegistryDword(HKEY_LOCAL_MACHINE, key, L"DeleteFlag", 0);
     EXPECT_EQ(flag(), L"") << "flag value 0";
