@@ -3,12 +3,12 @@
 namespace harness {
 namespace {
 
-// $I is the install section, $S the service ("none" without one). The
-// sections no line of the install section names are left alone by setup.
+// $I is the install section, $S the service ("none" without one). Setup
+// leaves alone the sections no line of the install section names.
 constexpr char kTemplate[] = R"([Version]
 Signature="$Windows NT$"
 Class=System
-Provider=%Vendor%
+Provider="setuputils tests"
 [DestinationDirs]
 DefaultDestDir=12
 $M
@@ -24,7 +24,7 @@ ServiceBinary=%12%\$S.sys
 [Driver_Files]
 $S.sys
 [SourceDisksNames]
-1=%Disk%
+1="Test disk"
 [SourceDisksFiles]
 $S.sys=1
 [Driver_AddReg]
@@ -35,10 +35,6 @@ AddReg=EventLog_AddReg
 [EventLog_AddReg]
 HKR,,EventMessageFile,0x00020000,"%%SystemRoot%%\System32\IoLogMsg.dll"
 HKR,,TypesSupported,0x00010001,7
-[Strings]
-Vendor="setuputils tests"
-Device="Test device"
-Disk="Test disk"
 )";
 
 void ReplaceAll(std::string& text, const std::string& from, const std::string& to) {
@@ -50,22 +46,20 @@ void ReplaceAll(std::string& text, const std::string& from, const std::string& t
 } // namespace
 
 std::string DriverInf(const DriverInfOptions& options) {
-    const std::string& service = options.service;
     std::string inf = kTemplate;
     ReplaceAll(inf, "$M",
-               options.manufacturer ? "[Manufacturer]\n%Vendor%=Models,NTamd64\n[Models.NTamd64]\n"
-                                      "%Device%=Driver_Install,ROOT\\TESTDRV"
+               options.manufacturer ? "[Manufacturer]\nVendor=Models,NTamd64\n[Models.NTamd64]\n"
+                                      "Device=Driver_Install,ROOT\\TESTDRV"
                                     : "");
     ReplaceAll(inf, "$L",
                std::string(options.copyFiles ? "CopyFiles=Driver_Files\n" : "") +
                    (options.addReg ? "AddReg=Driver_AddReg\n" : "") + options.extraInstallLines);
     ReplaceAll(inf, "$A",
-               service.empty() ? ""
-                               : "AddService=" + service + ",0x00000002,Service_Install" +
-                                     (options.addReg ? ",EventLog_Install,System" : ""));
+               options.service.empty() ? ""
+                                       : "AddService=" + options.service + ",0x00000002,Service_Install" +
+                                             (options.addReg ? ",EventLog_Install,System" : ""));
     ReplaceAll(inf, "$I", options.manufacturer ? "Driver_Install" : "DefaultInstall");
-    ReplaceAll(inf, "$S", service.empty() ? "none" : service);
-    ReplaceAll(inf, "\r\n", "\n");
+    ReplaceAll(inf, "$S", options.service.empty() ? "none" : options.service);
     ReplaceAll(inf, "\n", "\r\n");
     return inf;
 }

@@ -18,33 +18,23 @@ static void Record(PCWSTR name, ULONG value) {
                           name, REG_DWORD, &value, sizeof(value));
 }
 
-static NTSTATUS Complete(PIRP irp) {
+static NTSTATUS NTAPI Dispatch(PDEVICE_OBJECT device, PIRP irp) {
+    PIO_STACK_LOCATION stack = IoGetCurrentIrpStackLocation(irp);
+    (void)device;
+    if (stack->MajorFunction == IRP_MJ_CREATE) {
+        Record(L"OpenShare", stack->Parameters.Create.ShareAccess);
+    } else if (stack->MajorFunction == IRP_MJ_CLOSE) {
+        Record(L"Closes", ++closes);
+    } else {
+        Record(L"Requests", ++requests);
+        Record(L"IoControlCode", stack->Parameters.DeviceIoControl.IoControlCode);
+        Record(L"InputLength", stack->Parameters.DeviceIoControl.InputBufferLength);
+        Record(L"OutputLength", stack->Parameters.DeviceIoControl.OutputBufferLength);
+    }
     irp->IoStatus.Status = STATUS_SUCCESS;
     irp->IoStatus.Information = 0;
     IoCompleteRequest(irp, IO_NO_INCREMENT);
     return STATUS_SUCCESS;
-}
-
-static NTSTATUS NTAPI Open(PDEVICE_OBJECT device, PIRP irp) {
-    (void)device;
-    Record(L"OpenShare", IoGetCurrentIrpStackLocation(irp)->Parameters.Create.ShareAccess);
-    return Complete(irp);
-}
-
-static NTSTATUS NTAPI Close(PDEVICE_OBJECT device, PIRP irp) {
-    (void)device;
-    Record(L"Closes", ++closes);
-    return Complete(irp);
-}
-
-static NTSTATUS NTAPI Control(PDEVICE_OBJECT device, PIRP irp) {
-    PIO_STACK_LOCATION stack = IoGetCurrentIrpStackLocation(irp);
-    (void)device;
-    Record(L"Requests", ++requests);
-    Record(L"IoControlCode", stack->Parameters.DeviceIoControl.IoControlCode);
-    Record(L"InputLength", stack->Parameters.DeviceIoControl.InputBufferLength);
-    Record(L"OutputLength", stack->Parameters.DeviceIoControl.OutputBufferLength);
-    return Complete(irp);
 }
 
 static void NTAPI TestDriverUnload(PDRIVER_OBJECT driver) {
@@ -74,8 +64,8 @@ NTSTATUS NTAPI DriverEntry(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath) 
         controlDevice = NULL;
         return STATUS_UNSUCCESSFUL;
     }
-    driver->MajorFunction[IRP_MJ_CREATE] = Open;
-    driver->MajorFunction[IRP_MJ_CLOSE] = Close;
-    driver->MajorFunction[IRP_MJ_DEVICE_CONTROL] = Control;
+    driver->MajorFunction[IRP_MJ_CREATE] = Dispatch;
+    driver->MajorFunction[IRP_MJ_CLOSE] = Dispatch;
+    driver->MajorFunction[IRP_MJ_DEVICE_CONTROL] = Dispatch;
     return STATUS_SUCCESS;
 }

@@ -31,7 +31,6 @@ inline const std::wstring kInfFolder = L"C:\\windows\\inf\\";
 inline const std::wstring kEventLogKey = L"System\\CurrentControlSet\\Services\\EventLog\\System\\";
 inline const std::wstring kTestKey = L"SOFTWARE\\SetupUtilsTest";
 inline const std::wstring kInfo = L"KSInstall64:info: ";
-inline const std::vector<Texts> kDeferredProgress{{L"1", L"0", L"0", L"0"}, {L"2", L"3000000", L"0", L"0"}};
 inline constexpr wchar_t kSessionManager[] = L"System\\CurrentControlSet\\Control\\Session Manager";
 
 // Driver action data as KSProcess writes it, with the library's progress ticks.
@@ -57,17 +56,6 @@ inline bool Exists(const std::wstring& path) {
     return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
-// The lines of a text file.
-inline Texts FileLines(const std::wstring& path) {
-    const std::string text = Exists(path) ? ReadTextFile(path) : "";
-    Texts lines;
-    for (std::size_t start = 0, end = 0; start < text.size(); start = end + 2) {
-        end = std::min(text.find("\r\n", start), text.size());
-        lines.emplace_back(text.begin() + start, text.begin() + end);
-    }
-    return lines;
-}
-
 // PendingFileRenameOperations: source, target, source, target... (an empty target deletes).
 inline Texts PendingRenames() {
     const auto data = ReadRegistryValue(HKEY_LOCAL_MACHINE, kSessionManager, L"PendingFileRenameOperations");
@@ -91,7 +79,7 @@ public:
 };
 
 class DriverTest : public ::testing::Test {
-protected:
+public: // also to the helpers of the tests
     DriverTest() {
         package_.AddStandardTables();
         package_.AddDriverPackagesTable();

@@ -1,16 +1,13 @@
-// KSProcess and KSCheckDeleteFlag against real installer sessions: which
-// driver packages KSProcess schedules, under which names, in which order and
-// with which data; when a running driver's deletion request sets DELETEFLAG.
+// The immediate driver actions against real installer sessions: which driver
+// packages KSProcess schedules, under which names, in which order and with
+// which data; when a running driver's deletion request sets DELETEFLAG; how
+// KSCleanup (and the deferred KSInstCleanUp) handle the reboot marker.
+#include "action_session.h"
 #include "driver_package_fixture.h"
+#include "frame/product_codes.h"
 
 namespace harness {
 namespace {
-
-struct Scheduling {
-    Properties properties;
-    std::wstring fileName, flags, marker;
-    Texts actions;
-};
 
 class KSProcessTest : public DriverTest {
 protected:
@@ -20,29 +17,24 @@ protected:
     }
 };
 
-class KSProcessScheduling : public KSProcessTest, public ::testing::WithParamInterface<Scheduling> {};
-
 // A package being installed: the rollback is scheduled before the install,
 // both with the same data (the whole short|long file name value travels),
 // under the names of the platform.
-TEST_P(KSProcessScheduling, SchedulesRollbackThenInstallWithTheSameData) {
-    const Scheduling& row = GetParam();
-    AddDriver(L"nvdrv", row.fileName, std::stoi(row.flags));
-    auto& session = OpenCosted(row.properties);
-    EXPECT_EQ(Run("KSProcess"), 0u);
-    EXPECT_EQ(messages_.StartedActions(), row.actions);
-    const std::wstring data = ActionData(driverFolder_, row.fileName, ids_.back(), row.flags);
-    EXPECT_EQ(session.Property(row.actions[0]) + session.Property(row.actions[1]), data + data);
-    EXPECT_EQ(Informed(row.marker) + Informed(data), 2);
-    EXPECT_EQ(messages_.FieldsOf(INSTALLMESSAGE_PROGRESS),
-              (std::vector<Texts>{{L"1", L"0", L"0", L"0"}, {L"2", L"30", L"0", L"0"}}));
+TEST_F(KSProcessTest, SchedulesRollbackThenInstallWithTheSameData) {
+    AddDriver(L"nvdrv", L"NVDRV~1.INF|nvdriver.inf", 0x121);
+    const std::wstring data = ActionData(driverFolder_, L"NVDRV~1.INF|nvdriver.inf", ids_.back(), L"289");
+    for (const auto& [properties, marker, actions] :
+         {std::tuple{Properties{}, L"64", Texts{L"KSRollback64", L"KSInstall64"}},
+          std::tuple{Properties{{L"VersionNT64", L""}}, L"x86", Texts{L"KSRollback", L"KSInstall"}}}) {
+        auto& session = OpenCosted(properties);
+        EXPECT_EQ(Run("KSProcess"), 0u);
+        EXPECT_EQ(messages_.StartedActions(), actions);
+        EXPECT_EQ(session.Property(actions[0]) + session.Property(actions[1]), data + data);
+        EXPECT_EQ(Informed(marker) + Informed(data), 2);
+        EXPECT_EQ(messages_.FieldsOf(INSTALLMESSAGE_PROGRESS),
+                  (std::vector<Texts>{{L"1", L"0", L"0", L"0"}, {L"2", L"30", L"0", L"0"}}));
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Platforms, KSProcessScheduling,
-    ::testing::Values(
-        Scheduling{{}, L"NVDRV~1.INF|nvdriver.inf", L"289", L"64", {L"KSRollback64", L"KSInstall64"}},
-        Scheduling{{{L"VersionNT64", L""}}, L"nvdrv.inf", L"0", L"x86", {L"KSRollback", L"KSInstall"}}));
 
 // Of the packages whose component is installed, those whose reference is not are left out.
 TEST_F(KSProcessTest, InstallsOnlyPackagesWhoseComponentAndReferenceAreInstalled) {
@@ -79,16 +71,7 @@ TEST_F(KSProcessTest, RemovalSchedulesOnlyUninstallWithTheInfService) {
     EXPECT_EQ(Informed(kInfo + L"Found InstallSectionName: Driver_Install"), 2);
 }
 
-// A failing step ends the action with its status before the next package.
-TEST_F(KSProcessTest, FailedSchedulingStopsWithTheInstallersStatus) {
-    AddDriver(L"a_first", L"a.inf");
-    AddDriver(L"b_second", L"b.inf");
-    package_.Sql(L"DELETE FROM `CustomAction`"); // the installer refuses to run what is not there
-    OpenCosted();
-    EXPECT_EQ(Run("KSProcess"), static_cast<UINT>(ERROR_FUNCTION_NOT_CALLED));
-    EXPECT_EQ(Informed(L"64"), 1) << "the second package must not be scheduled";
-}
-
+// A failing step ends the action with its status before anything is scheduled.
 TEST_F(KSProcessTest, UnknownReferenceComponentFailsBeforeScheduling) {
     AddDriver(L"a_badref", L"a.inf", 0, L"NoSuchComponent");
     AddDriver(L"b_good", L"b.inf");
@@ -98,37 +81,34 @@ TEST_F(KSProcessTest, UnknownReferenceComponentFailsBeforeScheduling) {
 }
 
 // From Windows 10 on, the package's INF variant x.ms.inf is installed and
-// removed in place of x.inf. A package whose reference is being removed is
-// not installed.
-class KSProcessInfVariant : public KSProcessTest {
-protected:
-    void Check(DWORD major, const std::wstring& suffix, const std::wstring& service) {
-        ASSERT_EQ(ReportedMajorVersion(), major) << "the test prefix reports the wrong Windows version";
-        AddDriver(L"a_long", L"drv.inf");
-        AddDriver(L"b_short", L"SHORT~1.INF|shortlong.inf", 0, L"", L"Later");
-        AddDriver(L"c_refgoes", L"c.inf", 0, L"a_long", L"Later");
-        WritePackageFile(L"drv.inf", DriverInf("plaindrv"));
-        WritePackageFile(L"drv.ms.inf", DriverInf("msdrv"));
-        WritePackageFile(L"shortlong.inf", DriverInf(""));
-        OpenCosted({{L"ADDLOCAL", L"Later"}, {L"REMOVE", L"Main"}}, L"ADDLOCAL=Main");
-        EXPECT_EQ(Run("KSProcess"), 0u);
-        EXPECT_EQ(messages_.StartedActions().size(), 3u);
-        EXPECT_EQ(session_->Property(L"KSInstall64"),
-                  ActionData(driverFolder_, L"SHORT~1.INF|shortlong" + suffix, ids_[2], L"0"));
-        EXPECT_EQ(session_->Property(L"KSUninstall64"),
-                  ActionData(driverFolder_, L"drv" + suffix, ids_[1], L"0") + kSeparator + service);
-    }
-};
+// removed in place of x.inf. A package whose reference goes is not installed.
+void CheckInfVariant(KSProcessTest& test, DWORD major, const std::wstring& suffix,
+                     const std::wstring& service) {
+    ASSERT_EQ(ReportedMajorVersion(), major) << "the test prefix reports the wrong Windows version";
+    test.AddDriver(L"a_long", L"drv.inf");
+    test.AddDriver(L"b_short", L"SHORT~1.INF|shortlong.inf", 0, L"", L"Later");
+    test.AddDriver(L"c_refgoes", L"c.inf", 0, L"a_long", L"Later");
+    test.WritePackageFile(L"drv.inf", DriverInf("plaindrv"));
+    test.WritePackageFile(L"drv.ms.inf", DriverInf("msdrv"));
+    test.WritePackageFile(L"shortlong.inf", DriverInf(""));
+    auto& session = test.OpenCosted({{L"ADDLOCAL", L"Later"}, {L"REMOVE", L"Main"}}, L"ADDLOCAL=Main");
+    EXPECT_EQ(test.Run("KSProcess"), 0u);
+    EXPECT_EQ(test.messages_.StartedActions().size(), 3u);
+    EXPECT_EQ(session.Property(L"KSInstall64"),
+              ActionData(test.driverFolder_, L"SHORT~1.INF|shortlong" + suffix, test.ids_[2], L"0"));
+    EXPECT_EQ(session.Property(L"KSUninstall64"),
+              ActionData(test.driverFolder_, L"drv" + suffix, test.ids_[1], L"0") + kSeparator + service);
+}
 
-class KSProcessOnWindows10 : public KSProcessInfVariant {};
-class KSProcessOnWindows7 : public KSProcessInfVariant {};
+using KSProcessOnWindows10 = KSProcessTest;
+using KSProcessOnWindows7 = KSProcessTest;
 
 TEST_F(KSProcessOnWindows10, SchedulesTheMsInfVariant) {
-    Check(10, L".ms.inf", L"msdrv");
+    CheckInfVariant(*this, 10, L".ms.inf", L"msdrv");
 }
 
 TEST_F(KSProcessOnWindows7, SchedulesThePlainInf) {
-    Check(6, L".inf", L"plaindrv");
+    CheckInfVariant(*this, 6, L".inf", L"plaindrv");
 }
 
 // DELETEFLAG needs a component being installed whose service runs and holds a
@@ -156,6 +136,39 @@ TEST_F(KSCheckDeleteFlagTest, NeedsARunningDriverBeingInstalledAndANonZeroDword)
     EXPECT_EQ(flag(), L"") << "flag of the wrong type";
     WriteRegistryDword(HKEY_LOCAL_MACHINE, key, L"DeleteFlag", 7);
     EXPECT_EQ(flag(), L"1");
+}
+
+const std::wstring kUninstallKey = setuputils::kUninstallKeyPath; // ends in a backslash
+const std::wstring kMarkerKey = kUninstallKey + setuputils::kDriverInstallerProductCode;
+
+// Only "Force" asks for the reboot; a marker that is no text stays.
+TEST(KSCleanupTest, MarkerBecomesARebootRequestAndGoes) {
+    for (const auto& [marker, reboot, stays] :
+         {std::tuple{std::optional(RegistryText(L"Force")), true, false},
+          {std::optional(RegistryText(L"force")), false, false},
+          {std::optional<RegistryData>(), false, false},
+          {std::optional(RegistryDwordData(1)), false, true}}) {
+        if (marker) {
+            RestoreRegistryValue(HKEY_LOCAL_MACHINE, kMarkerKey, L"Reboot", marker);
+        }
+        ActionSession session;
+        EXPECT_EQ(session.Run("KSCleanup"), 0u);
+        EXPECT_EQ(MsiGetMode(session.get(), MSIRUNMODE_REBOOTATEND) != FALSE, reboot);
+        EXPECT_EQ(RegistryKeyExists(HKEY_LOCAL_MACHINE, kMarkerKey), stays);
+        DeleteRegistryTree(HKEY_LOCAL_MACHINE, kMarkerKey);
+    }
+}
+
+// The marker's value goes; its key stays while in use.
+TEST(KSInstCleanUpTest, RemovesTheRebootMarkerValueOnly) {
+    WriteRegistryString(HKEY_LOCAL_MACHINE, kMarkerKey, L"Reboot", L"Force");
+    WriteRegistryString(HKEY_LOCAL_MACHINE, kMarkerKey, L"Other", L"1");
+    ActionSession session;
+    EXPECT_EQ(session.Run("KSInstCleanUp", L""), 0u);
+    EXPECT_FALSE(ReadRegistryValue(HKEY_LOCAL_MACHINE, kMarkerKey, L"Reboot"));
+    EXPECT_TRUE(ReadRegistryValue(HKEY_LOCAL_MACHINE, kMarkerKey, L"Other"));
+    EXPECT_TRUE(session.messages().all().empty());
+    DeleteRegistryTree(HKEY_LOCAL_MACHINE, kMarkerKey);
 }
 
 } // namespace
