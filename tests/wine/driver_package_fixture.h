@@ -1,8 +1,6 @@
-// The driver tests' scaffolding: a package with driver components in
-// NVDriverPackages and the deferred driver actions bound to the library, and
-// driver packages installed from a folder of the test's own. What a test
-// installs (services, driver files, staged INFs, registry values, INF
-// locations, restart operations) goes when it ends.
+// The driver tests' fixture: a package with driver components and the deferred
+// driver actions, and driver packages installed from a folder of its own.
+// What a test installs or schedules for restart goes when it ends.
 #pragma once
 
 #include <algorithm>
