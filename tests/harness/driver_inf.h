@@ -6,24 +6,17 @@
 namespace harness {
 
 struct DriverInfOptions {
-    // Named by the first AddService line; no AddService line when empty.
-    std::string service;
-    // Manufacturer -> models -> install section "Driver_Install"; without, "DefaultInstall".
+    std::string service{}; // of the first AddService line; none when empty
+    // Install section "Driver_Install" through manufacturer and model; else "DefaultInstall".
     bool manufacturer = true;
-    // Copies <service>.sys from beside the INF to the drivers folder (%12%).
-    bool copyFiles = false;
+    bool copyFiles = false; // copies <service>.sys from beside the INF to the drivers folder
     // Values under HKLM\SOFTWARE\SetupUtilsTest\<service> and, through an
     // event-log section, HKR values under the service's event-log key.
     bool addReg = false;
-    // Further lines of the install section, e.g. "DelFiles=...".
-    std::string extraInstallLines;
+    std::string extraInstallLines{}; // further lines of the install section
 };
 
-// The registry key below HKLM that the AddReg values of `service` go to.
-std::wstring DriverInfRegistryKey(const std::wstring& service);
-
 std::string DriverInf(const DriverInfOptions& options);
-// A minimal INF: install section from the first model; `service` in its AddService line.
-std::string DriverInf(const std::string& service);
+std::string DriverInf(const char* service);
 
 } // namespace harness

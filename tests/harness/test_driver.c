@@ -6,72 +6,35 @@
  * request's code and buffer lengths. */
 #include <ntddk.h>
 
-static UNICODE_STRING deviceName;
 static UNICODE_STRING linkName;
 static PDEVICE_OBJECT controlDevice;
-
-static BOOLEAN IsControlService(PUNICODE_STRING registryPath) {
-    UNICODE_STRING controlService;
-    RtlInitUnicodeString(&controlService,
-                         L"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\NvnCtrl");
-    return RtlEqualUnicodeString(registryPath, &controlService, TRUE);
-}
-
-static HANDLE CreateKey(PCWSTR path) {
-    UNICODE_STRING name;
-    OBJECT_ATTRIBUTES attributes;
-    HANDLE key;
-    RtlInitUnicodeString(&name, path);
-    InitializeObjectAttributes(&attributes, &name, OBJ_CASE_INSENSITIVE | OBJ_KERNEL_HANDLE, NULL, NULL);
-    return NT_SUCCESS(ZwCreateKey(&key, KEY_ALL_ACCESS, &attributes, 0, NULL, 0, NULL)) ? key : NULL;
-}
+static ULONG closes;
+static ULONG requests;
 
 static void Record(PCWSTR name, ULONG value) {
-    UNICODE_STRING valueName;
-    HANDLE parent = CreateKey(L"\\Registry\\Machine\\Software\\SetupUtilsTests");
-    HANDLE key = CreateKey(L"\\Registry\\Machine\\Software\\SetupUtilsTests\\NvnCtrl");
-    RtlInitUnicodeString(&valueName, name);
-    if (key != NULL) {
-        ZwSetValueKey(key, &valueName, 0, REG_DWORD, &value, sizeof(value));
-        ZwClose(key);
-    }
-    if (parent != NULL) {
-        ZwClose(parent);
-    }
+    RtlCreateRegistryKey(RTL_REGISTRY_ABSOLUTE, L"\\Registry\\Machine\\Software\\SetupUtilsTests");
+    RtlCreateRegistryKey(RTL_REGISTRY_ABSOLUTE, L"\\Registry\\Machine\\Software\\SetupUtilsTests\\NvnCtrl");
+    RtlWriteRegistryValue(RTL_REGISTRY_ABSOLUTE, L"\\Registry\\Machine\\Software\\SetupUtilsTests\\NvnCtrl",
+                          name, REG_DWORD, &value, sizeof(value));
 }
 
-static NTSTATUS Complete(PIRP irp) {
+static NTSTATUS NTAPI Dispatch(PDEVICE_OBJECT device, PIRP irp) {
+    PIO_STACK_LOCATION stack = IoGetCurrentIrpStackLocation(irp);
+    (void)device;
+    if (stack->MajorFunction == IRP_MJ_CREATE) {
+        Record(L"OpenShare", stack->Parameters.Create.ShareAccess);
+    } else if (stack->MajorFunction == IRP_MJ_CLOSE) {
+        Record(L"Closes", ++closes);
+    } else {
+        Record(L"Requests", ++requests);
+        Record(L"IoControlCode", stack->Parameters.DeviceIoControl.IoControlCode);
+        Record(L"InputLength", stack->Parameters.DeviceIoControl.InputBufferLength);
+        Record(L"OutputLength", stack->Parameters.DeviceIoControl.OutputBufferLength);
+    }
     irp->IoStatus.Status = STATUS_SUCCESS;
     irp->IoStatus.Information = 0;
     IoCompleteRequest(irp, IO_NO_INCREMENT);
     return STATUS_SUCCESS;
-}
-
-static NTSTATUS NTAPI Open(PDEVICE_OBJECT device, PIRP irp) {
-    PIO_STACK_LOCATION stack = IoGetCurrentIrpStackLocation(irp);
-    (void)device;
-    Record(L"OpenShare", stack->Parameters.Create.ShareAccess);
-    return Complete(irp);
-}
-
-static ULONG closes;
-
-static NTSTATUS NTAPI Close(PDEVICE_OBJECT device, PIRP irp) {
-    (void)device;
-    Record(L"Closes", ++closes);
-    return Complete(irp);
-}
-
-static ULONG requests;
-
-static NTSTATUS NTAPI Control(PDEVICE_OBJECT device, PIRP irp) {
-    PIO_STACK_LOCATION stack = IoGetCurrentIrpStackLocation(irp);
-    (void)device;
-    Record(L"Requests", ++requests);
-    Record(L"IoControlCode", stack->Parameters.DeviceIoControl.IoControlCode);
-    Record(L"InputLength", stack->Parameters.DeviceIoControl.InputBufferLength);
-    Record(L"OutputLength", stack->Parameters.DeviceIoControl.OutputBufferLength);
-    return Complete(irp);
 }
 
 static void NTAPI TestDriverUnload(PDRIVER_OBJECT driver) {
@@ -83,8 +46,12 @@ static void NTAPI TestDriverUnload(PDRIVER_OBJECT driver) {
 }
 
 NTSTATUS NTAPI DriverEntry(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath) {
+    UNICODE_STRING controlService;
+    UNICODE_STRING deviceName;
+    RtlInitUnicodeString(&controlService,
+                         L"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\NvnCtrl");
     driver->DriverUnload = TestDriverUnload;
-    if (!IsControlService(registryPath)) {
+    if (!RtlEqualUnicodeString(registryPath, &controlService, TRUE)) {
         return STATUS_SUCCESS;
     }
     RtlInitUnicodeString(&deviceName, L"\\Device\\NvnCtrl");
@@ -97,8 +64,8 @@ NTSTATUS NTAPI DriverEntry(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath) 
         controlDevice = NULL;
         return STATUS_UNSUCCESSFUL;
     }
-    driver->MajorFunction[IRP_MJ_CREATE] = Open;
-    driver->MajorFunction[IRP_MJ_CLOSE] = Close;
-    driver->MajorFunction[IRP_MJ_DEVICE_CONTROL] = Control;
+    driver->MajorFunction[IRP_MJ_CREATE] = Dispatch;
+    driver->MajorFunction[IRP_MJ_CLOSE] = Dispatch;
+    driver->MajorFunction[IRP_MJ_DEVICE_CONTROL] = Dispatch;
     return STATUS_SUCCESS;
 }
