@@ -107,6 +107,22 @@ TEST_F(InstallServiceTest, SectionsFlagsAndFailures) {
 }
 
 // Copies are reported; a copy error and any other operation abort with 1003.
+// A staged copy the setup API cannot read is emptied (it keeps the INF's
+// name, so Wine stages the INF again as an oemN.inf) and staged anew.
+TEST_F(InstallServiceTest, UnreadableStagedCopyIsEmptiedAndStagedAgain) {
+    const std::wstring inf = WriteInf(L"isvcchk.inf", DriverInf("isvcchk"));
+    const std::wstring damaged = files_.emplace_back(kInfFolder + L"isvcchk.inf");
+    WriteTextFile(damaged, "\x7f\x01 not an INF at all\r\n");
+    const auto staged = setuputils::CheckStagedInf(setuputils::InfPath{inf, folder_}, damaged, log_);
+    ASSERT_TRUE(staged.has_value());
+    files_.insert(files_.end(), {*staged, staged->substr(0, staged->size() - 3) + L"pnf"});
+    EXPECT_EQ(log_.lines, (Texts{L"SetupOpenInfFile failure: " + damaged,
+                                 L"CopyOemInf: Going to call SetupCopyOEMInf (1-st time)",
+                                 L"CopyOemInf second call success: " + *staged}));
+    EXPECT_EQ(ReadTextFile(damaged), "");
+    EXPECT_EQ(ReadTextFile(*staged), ReadTextFile(inf));
+}
+
 TEST(InstallServiceQueueCallback, ReportsCopiesAndAbortsEverythingElse) {
     RecordingLog log;
     FILEPATHS_W paths{L"C:\\t\\a.sys", L"C:\\s\\a.sys", 0x20, 0x400};

@@ -72,6 +72,17 @@ TEST_F(KSProcessTest, RemovalSchedulesOnlyUninstallWithTheInfService) {
 }
 
 // A failing step ends the action with its status before anything is scheduled.
+// Without the deferred actions in the package the installer refuses to
+// schedule them: the walk stops at the first package with that status.
+TEST_F(KSProcessTest, FailedSchedulingStopsWithTheInstallerStatus) {
+    AddDriver(L"a_first", L"a.inf");
+    AddDriver(L"b_second", L"b.inf");
+    package_.Sql(L"DELETE FROM `CustomAction`");
+    OpenCosted();
+    EXPECT_EQ(Run("KSProcess"), static_cast<UINT>(ERROR_FUNCTION_NOT_CALLED));
+    EXPECT_EQ(Informed(L"64"), 1) << "the second package must not be scheduled";
+}
+
 TEST_F(KSProcessTest, UnknownReferenceComponentFailsBeforeScheduling) {
     AddDriver(L"a_badref", L"a.inf", 0, L"NoSuchComponent");
     AddDriver(L"b_good", L"b.inf");
