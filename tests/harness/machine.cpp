@@ -82,13 +82,18 @@ void WriteRegistryDword(HKEY root, const std::wstring& path, const std::wstring&
                    sizeof(value));
 }
 
-LSTATUS SetKeyDacl(const std::wstring& path, const wchar_t* sddl) {
+LSTATUS SetKeySecurity(const std::wstring& path, const wchar_t* sddl) {
     setuputils::LocalMemory descriptor;
     ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl, SDDL_REVISION_1,
                                                          reinterpret_cast<void**>(descriptor.put()), nullptr);
+    PSID owner = nullptr;
+    BOOL defaulted = FALSE;
+    GetSecurityDescriptorOwner(descriptor.get(), &owner, &defaulted);
+    const SECURITY_INFORMATION parts = DACL_SECURITY_INFORMATION | (owner ? OWNER_SECURITY_INFORMATION : 0);
     RegKey key;
-    RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, WRITE_DAC, key.put());
-    return RegSetKeySecurity(key.get(), DACL_SECURITY_INFORMATION, descriptor.get());
+    RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, WRITE_DAC | (owner ? WRITE_OWNER : 0),
+                    nullptr, key.put(), nullptr);
+    return RegSetKeySecurity(key.get(), parts, descriptor.get());
 }
 
 RegistryData MakeRegistryData(DWORD type, const void* data, std::size_t size) {

@@ -18,8 +18,9 @@ void WriteRegistryString(HKEY root, const std::wstring& path, const std::wstring
 void WriteRegistryDword(HKEY root, const std::wstring& path, const std::wstring& name, DWORD value);
 void DeleteRegistryTree(HKEY root, const std::wstring& path);
 
-// Sets the access list of an HKLM key from SDDL text; the registry's status.
-LSTATUS SetKeyDacl(const std::wstring& path, const wchar_t* sddl);
+// Gives an HKLM key, made when missing, the access list of SDDL text and its
+// owner when the text names one; the registry's status.
+LSTATUS SetKeySecurity(const std::wstring& path, const wchar_t* sddl);
 
 // A value as stored: its type and its bytes.
 struct RegistryData {

@@ -8,6 +8,7 @@
 
 #include <objbase.h>
 
+#include "frame/session.h"
 #include "msi_text.h"
 
 namespace harness {
@@ -370,6 +371,20 @@ std::wstring TestSession::Property(const std::wstring& name) {
 
 void TestSession::SetProperty(const std::wstring& name, const std::wstring& value) {
     MsiSetPropertyW(session_.get(), name.c_str(), value.c_str());
+}
+
+TestPackage::Rows TestSession::Rows(const std::wstring& query) {
+    MsiHandle database(MsiGetActiveDatabase(session_.get())), view;
+    Check(MsiDatabaseOpenViewW(database.get(), query.c_str(), view.put()), "SQL " + Narrow(query));
+    Check(MsiViewExecute(view.get(), 0), "SQL " + Narrow(query));
+    TestPackage::Rows rows;
+    for (MsiHandle record; MsiViewFetch(view.get(), record.put()) == ERROR_SUCCESS;) {
+        std::vector<std::wstring>& row = rows.emplace_back(MsiRecordGetFieldCount(record.get()));
+        for (UINT field = 1; field <= row.size(); ++field) {
+            setuputils::GetRecordString(record.get(), field, row[field - 1]);
+        }
+    }
+    return rows;
 }
 
 } // namespace harness

@@ -114,6 +114,9 @@ public:
     void Cost();
     std::wstring Property(const std::wstring& name);
     void SetProperty(const std::wstring& name, const std::wstring& value);
+    // Each row `query` selects from the session's database, every field as text
+    // (an integer in decimal, a null as empty); throws when the query fails.
+    TestPackage::Rows Rows(const std::wstring& query);
 
 private:
     MsiHandle session_;

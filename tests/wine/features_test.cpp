@@ -84,16 +84,9 @@ void AddFeatureRow(TestPackage& package, const std::wstring& feature, const std:
 
 // Each feature with its parent and Display, as the session's Feature table holds them.
 std::set<std::wstring> FeatureRows(TestSession& session) {
-    MsiHandle database(MsiGetActiveDatabase(session.get())), view;
-    MsiDatabaseOpenViewW(database.get(), L"SELECT `Feature`, `Feature_Parent`, `Display` FROM `Feature`",
-                         view.put());
-    MsiViewExecute(view.get(), 0);
     std::set<std::wstring> rows;
-    for (MsiHandle record; MsiViewFetch(view.get(), record.put()) == ERROR_SUCCESS;) {
-        std::wstring feature, parent;
-        setuputils::GetRecordString(record.get(), 1, feature);
-        setuputils::GetRecordString(record.get(), 2, parent);
-        rows.insert(feature + L"<" + parent + L" " + std::to_wstring(MsiRecordGetInteger(record.get(), 3)));
+    for (const auto& row : session.Rows(L"SELECT `Feature`, `Feature_Parent`, `Display` FROM `Feature`")) {
+        rows.insert(row[0] + L"<" + row[1] + L" " + row[2]);
     }
     return rows;
 }

@@ -120,7 +120,7 @@ TEST_F(SessionTest, ReportsAndTheDriverLogPostTheirFieldsInOrder) {
 // The test made the marker key, and its owner may always change the DACL back.
 struct MarkerRemover {
     ~MarkerRemover() {
-        harness::SetKeyDacl(kMarkerPath, L"D:(A;;KA;;;WD)");
+        harness::SetKeySecurity(kMarkerPath, L"D:(A;;KA;;;WD)");
         harness::DeleteRegistryTree(HKEY_LOCAL_MACHINE, kMarkerPath);
     }
 };
@@ -138,7 +138,7 @@ TEST_F(SessionTest, InstallLogNeedRebootLeavesTheMarkerOrReportsWhyNot) {
     }
     MarkerRemover remover;
     harness::WriteRegistryString(HKEY_LOCAL_MACHINE, kMarkerPath, L"Keep", L"1");
-    ASSERT_EQ(harness::SetKeyDacl(kMarkerPath, L"D:P(A;;KR;;;WD)"), ERROR_SUCCESS);
+    ASSERT_EQ(harness::SetKeySecurity(kMarkerPath, L"D:P(A;;KR;;;WD)"), ERROR_SUCCESS);
     log.NeedReboot();
     EXPECT_FALSE(harness::ReadRegistryString(HKEY_LOCAL_MACHINE, kMarkerPath, L"Reboot").has_value());
     EXPECT_EQ(Posted(), (std::vector<Fields>{{L"4", L"Set reboot action.", L""},

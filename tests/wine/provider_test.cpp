@@ -140,17 +140,6 @@ std::wstring Security(const std::wstring& path) {
     return text ? static_cast<const wchar_t*>(text.get()) : L"(unreadable)";
 }
 
-// Gives the HKLM key, made when missing, the owner and access list of `sddl`.
-void SetOwnerAndDacl(const std::wstring& path, const std::wstring& sddl) {
-    LocalMemory descriptor;
-    ConvertStringSecurityDescriptorToSecurityDescriptorW(
-        sddl.c_str(), SDDL_REVISION_1, reinterpret_cast<PSECURITY_DESCRIPTOR*>(descriptor.put()), nullptr);
-    setuputils::RegKey key;
-    RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0, WRITE_DAC | WRITE_OWNER, nullptr,
-                    key.put(), nullptr);
-    EXPECT_EQ(RegSetKeySecurity(key.get(), kSecurityParts, descriptor.get()), ERROR_SUCCESS) << path;
-}
-
 // Writes the user's seed and flags; none deletes the value.
 void SetSeed(const std::optional<RegistryData>& seed, const std::optional<RegistryData>& flags) {
     const std::wstring random = kProviderNode + L"\\Settings\\Users\\" + kUserSid + L"\\Random";
@@ -185,7 +174,7 @@ protected:
         for (const std::wstring& path :
              {kTypes + L"Type 075", kTypeDefault, kTypes32, kProviderNode, kPatchSettings, kStores + L"My",
               kStores + L"CA", kTrustedStore, kParent, kVendorKey}) {
-            SetKeyDacl(path, L"D:(A;;KA;;;WD)");
+            SetKeySecurity(path, L"D:(A;;KA;;;WD)");
             DeleteRegistryTree(HKEY_LOCAL_MACHINE, path);
         }
         for (const std::wstring& path : {kStores + L"My", kStores + L"Root", kStores + L"CA", kUserCrypto,
@@ -486,8 +475,8 @@ TEST_F(CertificatesTest, WrongSignatureHashesAreDroppedAndOutdatedKeyLinksMove) 
 
 // The localized names get their parent key's owner and access list; each failure is logged.
 TEST_F(CertificatesTest, AddNVCertStoreCopiesTheParentsRightsAndLogsFailures) {
-    SetOwnerAndDacl(kParent, L"O:SYD:P(A;;KA;;;WD)(A;CI;KR;;;BU)");
-    SetOwnerAndDacl(kLocalizedNames, L"O:BAD:P(A;;KA;;;WD)");
+    ASSERT_EQ(SetKeySecurity(kParent, L"O:SYD:P(A;;KA;;;WD)(A;CI;KR;;;BU)"), 0);
+    ASSERT_EQ(SetKeySecurity(kLocalizedNames, L"O:BAD:P(A;;KA;;;WD)"), 0);
     const std::wstring parent = Security(kParent);
     ASSERT_NE(Security(kLocalizedNames), parent);
     EXPECT_EQ(session_.Run("AddNVCertStore"), 0u);
@@ -498,7 +487,7 @@ TEST_F(CertificatesTest, AddNVCertStoreCopiesTheParentsRightsAndLogsFailures) {
     // A store that cannot be registered, no parent and no key to change.
     messages_.Clear();
     DeleteRegistryTree(HKEY_LOCAL_MACHINE, kParent);
-    EXPECT_EQ(SetKeyDacl(kTrustedStore, L"D:(A;;KR;;;WD)"), ERROR_SUCCESS);
+    EXPECT_EQ(SetKeySecurity(kTrustedStore, L"D:(A;;KR;;;WD)"), ERROR_SUCCESS);
     EXPECT_EQ(session_.Run("AddNVCertStore"), 0u);
     EXPECT_EQ(messages_.InfoTexts(), (Lines{L"CertRegisterSystemStore() fail", L"get_rights() fail",
                                             L"get_rights() fail", L"Registry rights was changed"}));

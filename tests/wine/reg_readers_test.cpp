@@ -54,20 +54,8 @@ protected:
     }
 
     Rows RegistryRows() {
-        MsiHandle database(MsiGetActiveDatabase(session_->get()));
-        setuputils::View view;
-        MsiDatabaseOpenViewW(
-            database.get(),
-            L"SELECT `Root`, `Registry`, `Key`, `Name`, `Value`, `Component_` FROM `Registry`", view.put());
-        MsiViewExecute(view.get(), 0);
-        Rows rows;
-        for (MsiHandle record; MsiViewFetch(view.get(), record.put()) == ERROR_SUCCESS;) {
-            rows.emplace_back(6);
-            for (UINT field = 1; field <= 6; ++field) {
-                setuputils::GetRecordString(record.get(), field, rows.back()[field - 1]);
-            }
-        }
-        return Sorted(rows);
+        return Sorted(session_->Rows(
+            L"SELECT `Root`, `Registry`, `Key`, `Name`, `Value`, `Component_` FROM `Registry`"));
     }
 
     Rows Errors() const { return messages_.FieldsOf(INSTALLMESSAGE_ERROR); }

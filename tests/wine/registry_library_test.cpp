@@ -80,7 +80,7 @@ protected:
 TEST_F(RegistryLibraryTest, StatusesAreTheProvidersNumbers) {
     WriteRegistryString(kHklm, kSettings + L"\\Present", L"Other", L"1");
     WriteRegistryString(kHklm, kSettings + L"\\Locked", L"Secret", L"1");
-    ASSERT_EQ(SetKeyDacl(kSettings + L"\\Locked", L"D:(A;;KR;;;SY)(A;;WD;;;BA)"), 0);
+    ASSERT_EQ(SetKeySecurity(kSettings + L"\\Locked", L"D:(A;;KR;;;SY)(A;;WD;;;BA)"), 0);
     const std::wstring longestKey = L"\\GLOBAL\\" + std::wstring(255 - kSettings.size() - 1, L'k');
     const std::wstring longestValue = L"\\GLOBAL\\Present\\" + std::wstring(260 - 16, L'v');
     MappedKey key;
@@ -100,7 +100,7 @@ TEST_F(RegistryLibraryTest, StatusesAreTheProvidersNumbers) {
     for (std::size_t i = 0; i < std::size(cases); ++i) {
         EXPECT_EQ(cases[i].first, cases[i].second) << "case " << i;
     }
-    ASSERT_EQ(SetKeyDacl(kSettings + L"\\Locked", L"D:(A;;KA;;;BA)"), 0);
+    ASSERT_EQ(SetKeySecurity(kSettings + L"\\Locked", L"D:(A;;KA;;;BA)"), 0);
 }
 
 // Per-user paths, with or without "\LOCAL", share the user's root; a walk

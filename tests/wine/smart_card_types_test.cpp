@@ -109,20 +109,14 @@ protected:
 
     // The rows of `table` other than the package's own.
     Rows Added(const std::wstring& table, const std::wstring& fields) {
-        MsiHandle database(MsiGetActiveDatabase(session_->get())), view, record;
-        MsiDatabaseOpenViewW(database.get(), (L"SELECT " + fields + L" FROM `" + table + L"`").c_str(),
-                             view.put());
-        MsiViewExecute(view.get(), 0);
         Rows rows;
-        while (MsiViewFetch(view.get(), record.put()) == ERROR_SUCCESS) {
-            std::wstring identifier, field, joined;
-            setuputils::GetRecordString(record.get(), 1, identifier);
-            for (UINT i = 2; i <= MsiRecordGetFieldCount(record.get()); ++i) {
-                setuputils::GetRecordString(record.get(), i, field);
-                joined += (i > 2 ? L"|" : L"") + field;
+        for (const auto& row : session_->Rows(L"SELECT " + fields + L" FROM `" + table + L"`")) {
+            std::wstring joined;
+            for (std::size_t i = 1; i < row.size(); ++i) {
+                joined += (i > 1 ? L"|" : L"") + row[i];
             }
-            if (identifier != L"Package") {
-                rows[identifier] = joined;
+            if (row[0] != L"Package") {
+                rows[row[0]] = joined;
             }
         }
         return rows;
@@ -262,12 +256,12 @@ TEST_F(UninstallSmartCard, RemovesTheProvidersCardTypesAndRestoresItsBackups) {
 TEST_F(UninstallSmartCard, StopsAtTheFirstViewThatFails) {
     const std::wstring locked = kCalais32 + L"\\SmartCards\\NV_A\\Locked";
     WriteRegistryDword(HKEY_LOCAL_MACHINE, locked, L"Value", 1);
-    ASSERT_EQ(SetKeyDacl(locked, L"D:(A;;KR;;;SY)(A;;WD;;;BA)"), ERROR_SUCCESS);
+    ASSERT_EQ(SetKeySecurity(locked, L"D:(A;;KR;;;SY)(A;;WD;;;BA)"), ERROR_SUCCESS);
 
     EXPECT_EQ(session_.Run("UninstallSmartCard", kProvider), 0x80090010u);
     EXPECT_TRUE(Has(kCalais, L"NV_A"));
     EXPECT_FALSE(Has(kCalais32, L"Orig"));
-    SetKeyDacl(locked, L"D:(A;;KA;;;BA)");
+    SetKeySecurity(locked, L"D:(A;;KA;;;BA)");
 }
 
 } // namespace

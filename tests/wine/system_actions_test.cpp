@@ -75,7 +75,7 @@ protected:
         StopAndDeleteService(L"nvcsp");
         RestoreRegistryValue(kHklm, kLsa, L"Security Packages", packages_);
         RestoreRegistryValue(kHklm, kLsa, L"Default TLS SSP", std::nullopt);
-        SetKeyDacl(kIntegrity, L"D:(A;;KA;;;WD)");
+        SetKeySecurity(kIntegrity, L"D:(A;;KA;;;WD)");
         for (const std::wstring& path : {kPower, kLsa + L"\\OSConfig", kIntegrity, kPatches, kTestRecords}) {
             DeleteRegistryTree(kHklm, path);
         }
@@ -340,7 +340,7 @@ TEST_F(SystemIntegrityTest, CheckModeIsTwoWhenOnZeroWhenOffAndNeverFails) {
     for (const auto& [action, access, mode] : {Step{"CheckModeOn", L"", 2}, Step{"CheckModeOff", L"", 0},
                                                Step{"CheckModeOn", L"D:(A;;0x20006;;;WD)", std::nullopt},
                                                Step{"CheckModeOff", L"D:(A;;KR;;;WD)", 2}}) {
-        ASSERT_TRUE(*access == L'\0' || SetKeyDacl(kIntegrity, access) == 0);
+        ASSERT_TRUE(*access == L'\0' || SetKeySecurity(kIntegrity, access) == 0);
         EXPECT_EQ(Run(action), 0u) << action;
         EXPECT_EQ(ReadRegistryDword(kHklm, kIntegrity, L"CheckMode"), mode) << action;
     }
