@@ -1,5 +1,7 @@
 #include "library.h"
 
+#include "machine.h"
+
 namespace harness {
 namespace {
 
@@ -24,10 +26,7 @@ SetupUtilsLibrary::~SetupUtilsLibrary() {
 }
 
 std::wstring SetupUtilsLibrary::Path() {
-    wchar_t path[MAX_PATH];
-    DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
-    std::wstring folder(path, length);
-    return folder.substr(0, folder.find_last_of(L'\\') + 1) + L"setuputils.dll";
+    return TestProgramPath(L"setuputils.dll");
 }
 
 FARPROC SetupUtilsLibrary::Find(const char* name) const {

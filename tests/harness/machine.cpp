@@ -20,13 +20,6 @@ constexpr DWORD kPollMilliseconds = 20;
 using setuputils::RegKey;
 using setuputils::ServiceHandle;
 
-std::wstring ProgramFolder() {
-    wchar_t path[MAX_PATH];
-    DWORD length = GetModuleFileNameW(nullptr, path, MAX_PATH);
-    std::wstring folder(path, length);
-    return folder.substr(0, folder.find_last_of(L'\\') + 1);
-}
-
 RegKey CreateKey(HKEY root, const std::wstring& path) {
     RegKey key;
     LSTATUS status =
@@ -49,19 +42,13 @@ ServiceHandle OpenManager() {
 
 std::optional<std::wstring> ReadRegistryString(HKEY root, const std::wstring& path,
                                                const std::wstring& name) {
-    DWORD size = 0;
-    if (RegGetValueW(root, path.c_str(), name.c_str(), RRF_RT_REG_SZ, nullptr, nullptr, &size) !=
-        ERROR_SUCCESS) {
+    const std::optional<RegistryData> data = ReadRegistryValue(root, path, name);
+    if (!data || (data->type != REG_SZ && data->type != REG_EXPAND_SZ)) {
         return std::nullopt;
     }
-    std::wstring value(size / sizeof(wchar_t) + 1, L'\0');
-    size = static_cast<DWORD>(value.size() * sizeof(wchar_t));
-    if (RegGetValueW(root, path.c_str(), name.c_str(), RRF_RT_REG_SZ, nullptr, value.data(), &size) !=
-        ERROR_SUCCESS) {
-        return std::nullopt;
-    }
-    value.resize(wcsnlen(value.c_str(), value.size()));
-    return value;
+    std::wstring text(reinterpret_cast<const wchar_t*>(data->bytes.data()),
+                      data->bytes.size() / sizeof(wchar_t));
+    return text.substr(0, text.find(L'\0'));
 }
 
 bool RegistryKeyExists(HKEY root, const std::wstring& path) {
@@ -71,15 +58,11 @@ bool RegistryKeyExists(HKEY root, const std::wstring& path) {
 
 void WriteRegistryString(HKEY root, const std::wstring& path, const std::wstring& name,
                          const std::wstring& value) {
-    RegKey key = CreateKey(root, path);
-    RegSetValueExW(key.get(), name.c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
-                   static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
+    RestoreRegistryValue(root, path, name, RegistryText(value));
 }
 
 void WriteRegistryDword(HKEY root, const std::wstring& path, const std::wstring& name, DWORD value) {
-    RegKey key = CreateKey(root, path);
-    RegSetValueExW(key.get(), name.c_str(), 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value),
-                   sizeof(value));
+    RestoreRegistryValue(root, path, name, RegistryDwordData(value));
 }
 
 LSTATUS SetKeySecurity(const std::wstring& path, const wchar_t* sddl) {
@@ -154,7 +137,9 @@ void DeleteRegistryTree(HKEY root, const std::wstring& path) {
 }
 
 std::wstring TestProgramPath(const std::wstring& name) {
-    return ProgramFolder() + name;
+    wchar_t path[MAX_PATH];
+    const std::wstring program(path, GetModuleFileNameW(nullptr, path, MAX_PATH));
+    return program.substr(0, program.find_last_of(L'\\') + 1) + name;
 }
 
 std::wstring TestDriverPath() {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
@@ -21,7 +22,6 @@ constexpr UINT kPidPageCount = 14;
 constexpr UINT kPidWordCount = 15;
 
 constexpr int kComponent64Bit = 256;
-constexpr int kFileNotCompressed = 8192;
 constexpr int kCustomActionDllDeferred = 1 | 0x400 | 0x800;
 
 std::string Narrow(const std::wstring& text) {
@@ -30,17 +30,6 @@ std::string Narrow(const std::wstring& text) {
         out.push_back(c < 0x80 ? static_cast<char>(c) : '?');
     }
     return out;
-}
-
-std::wstring Quoted(const std::wstring& text) {
-    std::wstring out = L"'";
-    for (wchar_t c : text) {
-        out.push_back(c);
-        if (c == L'\'') {
-            out.push_back(L'\'');
-        }
-    }
-    return out + L"'";
 }
 
 // Throws naming `what` unless `status` is ERROR_SUCCESS.
@@ -72,30 +61,18 @@ std::wstring MakeTempFolder(const std::wstring& prefix) {
 }
 
 void WriteTextFile(const std::wstring& path, const std::string& text) {
-    HANDLE file =
-        CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) {
+    std::ofstream file(std::filesystem::path(path), std::ios::binary);
+    if (!(file << text)) {
         throw std::runtime_error("cannot write " + Narrow(path));
     }
-    DWORD written = 0;
-    WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
-    CloseHandle(file);
 }
 
 std::string ReadTextFile(const std::wstring& path) {
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) {
+    std::ifstream file(std::filesystem::path(path), std::ios::binary);
+    if (!file) {
         throw std::runtime_error("cannot read " + Narrow(path));
     }
-    std::string text;
-    char buffer[4096];
-    DWORD read = 0;
-    while (ReadFile(file, buffer, sizeof(buffer), &read, nullptr) && read > 0) {
-        text.append(buffer, read);
-    }
-    CloseHandle(file);
-    return text;
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
 TestPackage::TestPackage() : TestPackage(MakeTempFolder(L"pkg") + L"test.msi") {}
@@ -172,32 +149,30 @@ void TestPackage::AddStandardTables() {
     Sql(L"CREATE TABLE `InstallExecuteSequence` (`Action` CHAR(72) NOT NULL, `Condition` CHAR(255), "
         L"`Sequence` SHORT PRIMARY KEY `Action`)");
 
-    SetProperty(L"ProductCode", productCode_);
-    SetProperty(L"ProductName", L"setuputils test");
-    SetProperty(L"ProductVersion", L"1.0.0");
-    SetProperty(L"ProductLanguage", L"1033");
-    SetProperty(L"Manufacturer", L"setuputils tests");
-    SetProperty(L"UpgradeCode", NewGuid());
-    SetProperty(L"ALLUSERS", L"1");
-    Sql(L"INSERT INTO `Directory` (`Directory`, `Directory_Parent`, `DefaultDir`) VALUES ('TARGETDIR', '', "
-        L"'SourceDir')");
-    Sql(L"INSERT INTO `Media` (`DiskId`, `LastSequence`) VALUES (1, 100)");
-    Sql(L"INSERT INTO `Error` (`Error`, `Message`) VALUES (25002, 'Driver package error.')");
-    Sql(L"INSERT INTO `Error` (`Error`, `Message`) VALUES (666, 'Action [2]: [3] ([4]).')");
-    Sql(L"INSERT INTO `Error` (`Error`, `Message`) VALUES (555, 'Driver installation failed: [2] [3]')");
-
-    const struct {
-        const wchar_t* action;
-        int sequence;
-    } sequence[] = {
+    Insert(L"Property", L"`Property`, `Value`",
+           {{L"ProductCode", productCode_},
+            {L"ProductName", L"setuputils test"},
+            {L"ProductVersion", L"1.0.0"},
+            {L"ProductLanguage", L"1033"},
+            {L"Manufacturer", L"setuputils tests"},
+            {L"UpgradeCode", NewGuid()},
+            {L"ALLUSERS", L"1"}});
+    Insert(L"Directory", L"`Directory`, `Directory_Parent`, `DefaultDir`",
+           {{L"TARGETDIR", L"", L"SourceDir"}});
+    Insert(L"Media", L"`DiskId`, `LastSequence`", {{L"#1", L"#100"}});
+    Insert(L"Error", L"`Error`, `Message`",
+           {{L"#25002", L"Driver package error."},
+            {L"#666", L"Action [2]: [3] ([4])."},
+            {L"#555", L"Driver installation failed: [2] [3]"}});
+    const std::pair<const wchar_t*, int> standardSequence[] = {
         {L"CostInitialize", 800},        {L"FileCost", 900},           {L"CostFinalize", 1000},
         {L"InstallValidate", 1400},      {L"InstallInitialize", 1500}, {L"ProcessComponents", 1600},
         {L"RemoveRegistryValues", 2600}, {L"RemoveFiles", 3500},       {L"InstallFiles", 4000},
         {L"WriteRegistryValues", 5000},  {L"RegisterProduct", 6100},   {L"PublishFeatures", 6300},
         {L"PublishProduct", 6400},       {L"InstallFinalize", 6600}};
-    for (const auto& step : sequence) {
-        Sql(L"INSERT INTO `InstallExecuteSequence` (`Action`, `Sequence`) VALUES ('" +
-            std::wstring(step.action) + L"', " + std::to_wstring(step.sequence) + L")");
+    for (const auto& [action, sequence] : standardSequence) {
+        Insert(L"InstallExecuteSequence", L"`Action`, `Sequence`",
+               {{action, L"#" + std::to_wstring(sequence)}});
     }
 }
 
@@ -231,10 +206,8 @@ void TestPackage::AddFileComponent(const std::wstring& component, const std::wst
                                    int featureLevel) {
     AddFeature(feature, featureLevel);
     const std::wstring file = L"f_" + component;
-    Sql(L"INSERT INTO `Component` (`Component`, `ComponentId`, `Directory_`, `Attributes`, `KeyPath`) "
-        L"VALUES (?, ?, ?, " +
-            std::to_wstring(kComponent64Bit) + L", ?)",
-        {component, NewGuid(), directory, file});
+    Insert(L"Component", L"`Component`, `ComponentId`, `Directory_`, `Attributes`, `KeyPath`",
+           {{component, NewGuid(), directory, L"#" + std::to_wstring(kComponent64Bit), file}});
     AddFileRow(file, component, fileName);
     Sql(L"INSERT INTO `FeatureComponents` (`Feature_`, `Component_`) VALUES (?, ?)", {feature, component});
 }
@@ -242,18 +215,16 @@ void TestPackage::AddFileComponent(const std::wstring& component, const std::wst
 void TestPackage::AddRegistryComponent(const std::wstring& component, bool sixtyFourBit,
                                        const std::wstring& feature) {
     AddFeature(feature, 1);
-    Sql(L"INSERT INTO `Component` (`Component`, `ComponentId`, `Directory_`, `Attributes`) VALUES (?, ?, "
-        L"'TARGETDIR', " +
-            std::to_wstring(sixtyFourBit ? kComponent64Bit : 0) + L")",
-        {component, NewGuid()});
+    Insert(L"Component", L"`Component`, `ComponentId`, `Directory_`, `Attributes`",
+           {{component, NewGuid(), L"TARGETDIR", sixtyFourBit ? L"#256" : L"#0"}});
     Sql(L"INSERT INTO `FeatureComponents` (`Feature_`, `Component_`) VALUES (?, ?)", {feature, component});
 }
 
 void TestPackage::AddFeature(const std::wstring& feature, int level) {
     if (std::find(features_.begin(), features_.end(), feature) == features_.end()) {
         features_.push_back(feature);
-        Sql(L"INSERT INTO `Feature` (`Feature`, `Display`, `Level`, `Attributes`) VALUES (" +
-            Quoted(feature) + L", 1, " + std::to_wstring(level) + L", 0)");
+        Insert(L"Feature", L"`Feature`, `Display`, `Level`, `Attributes`",
+               {{feature, L"#1", L"#" + std::to_wstring(level), L"#0"}});
     }
 }
 
@@ -264,29 +235,22 @@ void TestPackage::AddFile(const std::wstring& component, const std::wstring& fil
 void TestPackage::AddFileRow(const std::wstring& file, const std::wstring& component,
                              const std::wstring& fileName) {
     static int sequence = 0;
-    Sql(L"INSERT INTO `File` (`File`, `Component_`, `FileName`, `FileSize`, `Attributes`, `Sequence`) "
-        L"VALUES (?, ?, ?, 1, " +
-            std::to_wstring(kFileNotCompressed) + L", " + std::to_wstring(++sequence) + L")",
-        {file, component, fileName});
+    Insert(L"File", L"`File`, `Component_`, `FileName`, `FileSize`, `Attributes`, `Sequence`",
+           {{file, component, fileName, L"#1", L"#8192", L"#" + std::to_wstring(++sequence)}});
 }
 
 void TestPackage::AddDriverPackage(const std::wstring& component, int flags, const std::wstring& reference) {
-    Sql(L"INSERT INTO `NVDriverPackages` (`Component`, `Flags`, `ReferenceComponents`) VALUES (?, " +
-            std::to_wstring(flags) + L", ?)",
-        {component, reference});
+    Insert(L"NVDriverPackages", L"`Component`, `Flags`, `ReferenceComponents`",
+           {{component, L"#" + std::to_wstring(flags), reference}});
 }
 
 void TestPackage::AddBinary(const std::wstring& name, const std::wstring& filePath) {
-    MsiHandle record(MsiCreateRecord(2));
+    MsiHandle record(MsiCreateRecord(2)), view;
     MsiRecordSetStringW(record.get(), 1, name.c_str());
     MsiRecordSetStreamW(record.get(), 2, filePath.c_str());
-    MsiHandle view;
     UINT status = MsiDatabaseOpenViewW(database_.get(),
                                        L"INSERT INTO `Binary` (`Name`, `Data`) VALUES (?, ?)", view.put());
-    if (status == ERROR_SUCCESS) {
-        status = MsiViewExecute(view.get(), record.get());
-    }
-    Check(status, "adding the binary " + Narrow(name));
+    Check(status ? status : MsiViewExecute(view.get(), record.get()), "adding the binary " + Narrow(name));
 }
 
 void TestPackage::AddDeferredAction(const std::wstring& action, const std::wstring& target, int extraType) {
