@@ -70,20 +70,6 @@ TEST_F(SessionTest, PropertiesAndRecordFieldsReadWhole) {
     }
 }
 
-// The parsing itself is the native tests'; here the data is read from the property.
-TEST_F(SessionTest, DriverActionDataComesFromCustomActionData) {
-    EXPECT_FALSE(ParseDriverActionData(session_.get(), false).has_value());
-    SetProperty(session_.get(), L"CustomActionData",
-                L"C:\\D\\\x0001SHORT~1.INF|long.inf\x0001{ID}\x0001"
-                L"5\x0001"
-                L"3000000\x0001nvdrv");
-    const auto parsed = ParseDriverActionData(session_.get(), true);
-    ASSERT_TRUE(parsed.has_value());
-    EXPECT_EQ(parsed->infPath + L" " + parsed->componentId + L" " + parsed->serviceName.value_or(L"-"),
-              L"C:\\D\\long.inf {ID} nvdrv");
-    EXPECT_FALSE(ParseDriverActionData(session_.get(), false)->serviceName.has_value());
-}
-
 // Type (high byte) and fields 1 and up of each record as the package's Error
 // table and log see them; 1923 has no row in this package's Error table.
 TEST_F(SessionTest, ReportsAndTheDriverLogPostTheirFieldsInOrder) {
