@@ -1,9 +1,10 @@
-// GetOldRPProductID: in the package's design it carries the licence product identifier of an earlier
-// installation forward. Licence data belongs to the provider's licensing component, which does that work
-// itself; the entry is kept so that packages scheduling it still load and run. It changes nothing and
-// succeeds.
+// GetOldRPProductID (immediate): when PIDKEY is empty, carries the product
+// identifier, user name and company of an installed earlier edition into
+// PIDKEY, USERNAME and COMPANYNAME (the latter two only where empty). One
+// information line says what was done; always 0.
 #include "exports.h"
+#include "features/earlier_product_id.h"
 
-extern "C" UINT WINAPI GetOldRPProductID(MSIHANDLE /*session*/) {
-    return ERROR_SUCCESS;
+extern "C" UINT WINAPI GetOldRPProductID(MSIHANDLE session) {
+    return setuputils::CarryEarlierProductId(session, L"GetOldRPProductID");
 }

@@ -1,9 +1,8 @@
-// GetOldWLProductID: in the package's design it carries the licence product identifier of an earlier
-// installation forward. Licence data belongs to the provider's licensing component, which does that work
-// itself; the entry is kept so that packages scheduling it still load and run. It changes nothing and
-// succeeds.
+// GetOldWLProductID (immediate): the same carrying over as GetOldRPProductID,
+// for packages that schedule it under this name.
 #include "exports.h"
+#include "features/earlier_product_id.h"
 
-extern "C" UINT WINAPI GetOldWLProductID(MSIHANDLE /*session*/) {
-    return ERROR_SUCCESS;
+extern "C" UINT WINAPI GetOldWLProductID(MSIHANDLE session) {
+    return setuputils::CarryEarlierProductId(session, L"GetOldWLProductID");
 }

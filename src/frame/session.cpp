@@ -86,6 +86,13 @@ void ReportInfo(MSIHANDLE session, const wchar_t* text, int value) {
     MsiProcessMessage(session, kMessageInfo, record.get());
 }
 
+void ReportInfoLine(MSIHANDLE session, const std::wstring& line) {
+    MsiHandle record(MsiCreateRecord(1));
+    MsiRecordSetStringW(record.get(), 0, L"[1]");
+    MsiRecordSetStringW(record.get(), 1, line.c_str());
+    MsiProcessMessage(session, kMessageInfo, record.get());
+}
+
 void ReportProgress(MSIHANDLE session, int ticks) {
     MsiHandle record(MsiCreateRecord(4));
     MsiRecordSetInteger(record.get(), 1, 1);

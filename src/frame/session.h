@@ -64,6 +64,9 @@ void CloseView(View& view);
 // "[1]", field 1 carries `value`.
 void ReportInfo(MSIHANDLE session, const wchar_t* text, int value = 0);
 
+// An information message of exactly `line` (brackets in it are not formatted).
+void ReportInfoLine(MSIHANDLE session, const std::wstring& line);
+
 // Resets the progress bar and then advances it by `ticks`.
 void ReportProgress(MSIHANDLE session, int ticks);
 
