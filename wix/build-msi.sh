@@ -40,9 +40,10 @@ attribute() { # attribute <name> <element line>
 }
 
 # The CustomAction type of one element of the preprocessed source, or
-# nothing for a kind this script leaves as wixl wrote it.
+# nothing for a kind this script leaves as wixl wrote it (an EXE, a script).
+# An attribute it does not know stops the build rather than lose a bit.
 custom_action_type() {
-    local line=$1 type execute impersonate
+    local line=$1 type execute impersonate name
     if [ -n "$(attribute BinaryKey "$line")" ] && [ -n "$(attribute DllEntry "$line")" ]; then
         type=1 # DLL in the Binary table
     elif [ -n "$(attribute Property "$line")" ] && [ -n "$(attribute Value "$line")" ]; then
@@ -50,6 +51,12 @@ custom_action_type() {
     else
         return 0
     fi
+    for name in $(grep -o ' [A-Za-z]*="' <<<"$line" | tr -d ' ="'); do
+        case "$name" in
+            Id | BinaryKey | DllEntry | Property | Value | Execute | Impersonate | Return | HideTarget | TerminalServerAware) ;;
+            *) echo "build-msi.sh: CustomAction/@$name is not handled" >&2; return 1 ;;
+        esac
+    done
     execute=$(attribute Execute "$line")
     case "$execute" in
         '' | immediate) ;;
@@ -68,6 +75,12 @@ custom_action_type() {
         asyncWait) type=$((type | 0x80)) ;;
         asyncNoWait) type=$((type | 0xC0)) ;;
     esac
+    if [ "$(attribute HideTarget "$line")" = yes ]; then
+        type=$((type | 0x2000))
+    fi
+    if [ "$(attribute TerminalServerAware "$line")" = yes ]; then
+        type=$((type | 0x4000))
+    fi
     echo "$type"
 }
 
