@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs the sample package with msiexec in a fresh Wine prefix, shows and
+# Checks the execution bits of the sample package's custom actions, installs
+# it with msiexec in a fresh Wine prefix, shows and
 # checks what the driver, host service, TLS package and reader actions did,
 # removes it, checks that the machine is as before, then makes an installation fail after the driver was installed
 # and checks that the rollback leaves the machine as before too.
@@ -98,6 +99,21 @@ msiexec() { # msiexec <option> <log name> [properties]: wine cuts the exit statu
     set -e
     echo "msiexec $*: exit status $status"
 }
+
+echo
+echo "== Package"
+# The execution bits as the kit declares them: one action of each kind.
+action_type() { msiinfo export "$package" CustomAction | tr -d '\r' | awk -F'\t' -v a="$1" '$1 == a { print $2 }'; }
+while read -r action type kind; do
+    check "$action: $kind ($type)" test "$(action_type "$action")" = "$type"
+done <<'EOF'
+KSProcess 1 immediate
+KSInstall64 3073 deferred, no impersonation
+KSRollback64 3329 rollback, no impersonation
+SslRegister 3585 commit, no impersonation
+RemoveHostService 3137 deferred, no impersonation, result ignored
+SetMsiCreateService 51 sets the CustomActionData
+EOF
 
 cd "$public"
 # Fast start-up on, as on a Windows machine, so that the package turns it off;
