@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
-# Installs the sample package with msiexec in a fresh Wine prefix, shows and
+# Checks the execution bits of the sample package's custom actions, installs
+# it with msiexec in a fresh Wine prefix, shows and
 # checks what the driver, host service, TLS package and reader actions did,
 # removes it, checks that the machine is as before, then makes an installation fail after the driver was installed
 # and checks that the rollback leaves the machine as before too.
 #
-#   round-trip.sh <folder with setuputils.dll, sample_package.exe, test_driver.sys> <work folder>
+#   round-trip.sh <sample.msi, built by sample/build.sh> <work folder>
 #
 # With SETUPUTILS_WINE_TEMPLATE set, the prefix is a copy of that template.
 set -euo pipefail
-bin=$(cd "$1" && pwd)
+package=$(cd "$(dirname "$1")" && pwd)/$(basename "$1")
 mkdir -p "$2"
 work=$(cd "$2" && pwd)
 here=$(cd "$(dirname "$0")" && pwd)
@@ -29,8 +30,8 @@ wineserver -p 600
 
 public=$WINEPREFIX/drive_c/users/Public/sample
 mkdir -p "$public"
-code=$(wine "$bin/sample_package.exe" 'C:\users\Public\sample' "$(winepath -w "$bin/setuputils.dll")" \
-       "$(winepath -w "$bin/test_driver.sys")" | tr -d '\r' | sed -n 's/^ProductCode=//p')
+cp "$package" "$public/sample.msi"
+code=$(msiinfo export "$package" Property | tr -d '\r' | sed -n 's/^ProductCode\t//p')
 echo "Sample package: $public/sample.msi, product $code"
 
 failures=0
@@ -99,6 +100,21 @@ msiexec() { # msiexec <option> <log name> [properties]: wine cuts the exit statu
     echo "msiexec $*: exit status $status"
 }
 
+echo
+echo "== Package"
+# The execution bits as the kit declares them: one action of each kind.
+action_type() { msiinfo export "$package" CustomAction | tr -d '\r' | awk -F'\t' -v a="$1" '$1 == a { print $2 }'; }
+while read -r action type kind; do
+    check "$action: $kind ($type)" test "$(action_type "$action")" = "$type"
+done <<'EOF'
+KSProcess 1 immediate
+KSInstall64 3073 deferred, no impersonation
+KSRollback64 3329 rollback, no impersonation
+SslRegister 3585 commit, no impersonation
+RemoveHostService 3137 deferred, no impersonation, result ignored
+SetMsiCreateService 51 sets the CustomActionData
+EOF
+
 cd "$public"
 # Fast start-up on, as on a Windows machine, so that the package turns it off;
 # another vendor's card type in both views, which the package must leave alone.
@@ -108,6 +124,10 @@ for key in "$cards_key" "$cards_key32"; do
     wine reg add "$key\Other Vendor Card" /v ATRMask /t REG_BINARY /d FFFFFF /f >/dev/null 2>&1
     wine reg add "$key\Other Vendor Card" /v "Crypto Provider" /d "Other CSP" /f >/dev/null 2>&1
 done
+# Wine registers its display devices when the first program of the window
+# system starts: a removal of a product that is not installed starts one
+# before the snapshot, so that they do not count as the package's changes.
+wine msiexec /qn /x '{00000000-0000-0000-0000-000000000000}' >/dev/null 2>&1 || true
 snapshot > "$work/before.snapshot"
 
 echo

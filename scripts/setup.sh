@@ -3,7 +3,8 @@
 set -euo pipefail
 
 packages=(cmake ninja-build g++ googletest clang-format clang libclang-rt-14-dev
-          g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 xvfb)
+          g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 wine wine64 xvfb
+          wixl msitools)
 
 missing=()
 for package in "${packages[@]}"; do

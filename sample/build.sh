@@ -1,0 +1,21 @@
+#!/usr/bin/env bash
+# Builds the sample package from sample.wxs and the kit in wix/:
+#
+#   sample/build.sh <sample.msi> <setuputils.dll> <driver .sys>
+#
+# wixl takes the files a package holds from paths relative to the folder it
+# runs in: the library, the INF and the driver are copied beside the package.
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+if [ $# -ne 3 ]; then
+    sed -n '4p' "$0" >&2
+    exit 2
+fi
+mkdir -p "$(dirname "$1")"
+out=$(cd "$(dirname "$1")" && pwd)
+cp "$2" "$out/setuputils.dll"
+cp "$3" "$out/nvsample.sys"
+cp "$here/nvsample.inf" "$out/nvsample.inf"
+cd "$out"
+exec "$here/../wix/build-msi.sh" "$(basename "$1")" -a x64 -D SetupUtilsDll=setuputils.dll "$here/sample.wxs" \
+    -- "$here/../wix/Error.idt" "$here"/{NVDriverPackages,RegReaders,PropertyEx,Registry,RemoveRegistry}.idt
