@@ -43,7 +43,7 @@ protected:
 
 // An unset or empty property leaves the caller's value alone; a shorter value
 // read into the same string leaves nothing of the longer one behind.
-TEST_F(SessionTest, PropertiesAndRecordFieldsReadWhole) {
+TEST_F(SessionTest, PropertiesReadWhole) {
     std::wstring value;
     const std::wstring longValue = std::wstring(5000, L'x') + L"!";
     ASSERT_EQ(SetProperty(session_.get(), L"LONGVALUE", longValue.c_str()), 0u);
@@ -57,17 +57,6 @@ TEST_F(SessionTest, PropertiesAndRecordFieldsReadWhole) {
     SetProperty(session_.get(), L"LONGVALUE", L"");
     EXPECT_EQ(GetPropertyString(session_.get(), L"LONGVALUE", value), 0u);
     EXPECT_EQ(value, L"short");
-
-    MsiHandle record(MsiCreateRecord(4));
-    MsiRecordSetStringW(record.get(), 1, std::wstring(300, L'r').c_str());
-    MsiRecordSetInteger(record.get(), 2, 1234567);
-    MsiRecordSetInteger(record.get(), 3, -2000000000);
-    const Fields expected = {std::wstring(300, L'r'), L"1234567", L"-2000000000", L""};
-    for (UINT field = 1; field <= 4; ++field) {
-        value = L"stale";
-        EXPECT_EQ(GetRecordString(record.get(), field, value), 0u);
-        EXPECT_EQ(value, expected[field - 1]) << field;
-    }
 }
 
 // Type (high byte) and fields 1 and up of each record as the package's Error
@@ -103,33 +92,13 @@ TEST_F(SessionTest, ReportsAndTheDriverLogPostTheirFieldsInOrder) {
                                              {L"1", L"25002"}}));
 }
 
-// The test made the marker key, and its owner may always change the DACL back.
-struct MarkerRemover {
-    ~MarkerRemover() {
-        harness::SetKeySecurity(kMarkerPath, L"D:(A;;KA;;;WD)");
-        harness::DeleteRegistryTree(HKEY_LOCAL_MACHINE, kMarkerPath);
-    }
-};
-
-// Written as REG_SZ "Force" (the read takes no other type); a marker key that
-// may be read but not written gets an error line and record instead.
-TEST_F(SessionTest, InstallLogNeedRebootLeavesTheMarkerOrReportsWhyNot) {
-    SessionLog log(session_.get());
-    {
-        MarkerRemover remover;
-        log.NeedReboot();
-        EXPECT_EQ(harness::ReadRegistryString(HKEY_LOCAL_MACHINE, kMarkerPath, L"Reboot"),
-                  std::optional<std::wstring>(L"Force"));
-        EXPECT_EQ(Posted(), (std::vector<Fields>{{L"4", L"Set reboot action.", L""}}));
-    }
-    MarkerRemover remover;
-    harness::WriteRegistryString(HKEY_LOCAL_MACHINE, kMarkerPath, L"Keep", L"1");
-    ASSERT_EQ(harness::SetKeySecurity(kMarkerPath, L"D:P(A;;KR;;;WD)"), ERROR_SUCCESS);
-    log.NeedReboot();
-    EXPECT_FALSE(harness::ReadRegistryString(HKEY_LOCAL_MACHINE, kMarkerPath, L"Reboot").has_value());
-    EXPECT_EQ(Posted(), (std::vector<Fields>{{L"4", L"Set reboot action.", L""},
-                                             {L"4", L"5", L"Can't save reboot needed.", L""},
-                                             {L"1", L"25002"}}));
+// Written as REG_SZ "Force", the one type the read takes.
+TEST_F(SessionTest, InstallLogNeedRebootLeavesTheMarker) {
+    SessionLog(session_.get()).NeedReboot();
+    EXPECT_EQ(harness::ReadRegistryString(HKEY_LOCAL_MACHINE, kMarkerPath, L"Reboot"),
+              std::optional<std::wstring>(L"Force"));
+    EXPECT_EQ(Posted(), (std::vector<Fields>{{L"4", L"Set reboot action.", L""}}));
+    harness::DeleteRegistryTree(HKEY_LOCAL_MACHINE, kMarkerPath);
 }
 
 // Each line is flushed at once: another reader sees it while the file is open.
