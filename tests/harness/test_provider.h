@@ -1,9 +1,6 @@
-// The test cryptographic service provider (test_csp.dll), registered as `name`
-// of `type` while a TestProvider lives (Wine checks no signature). At each call
-// the DLL reads the name's behaviour from its key and appends the call there.
-//     TestProvider gost(L"Test GOST CSP", 75, {.version = 0x300});
-//     ... run an action that acquires "Test GOST CSP" ...
-//     EXPECT_EQ(gost.TakeCalls(), L"CPAcquireContext 0 0xF0000040;CPReleaseContext 0 0x0;");
+// The test provider (test_csp.dll), registered as `name` of `type` while a TestProvider lives
+// (Wine checks no signature). At each call the DLL reads the name's behaviour from its key and
+// appends the call there: TakeCalls() gives "CPAcquireContext 0 0xF0000040;CPReleaseContext 0 0x0;".
 #pragma once
 
 #include <optional>
