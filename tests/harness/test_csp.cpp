@@ -1,5 +1,4 @@
-// The test provider (test_provider.h). Wine's advapi32 refuses a provider that
-// lacks any entry point but CPDuplicateHash and CPDuplicateKey.
+// The test provider (test_provider.h): Wine wants every entry point but CPDuplicateHash/Key.
 #include <cstring>
 #include <cwchar>
 #include <string>
@@ -21,9 +20,8 @@ struct ProviderTable {
     LPSTR providerName;
 };
 
-// Appends "<function> <param> 0x<flags>;" to the calls of the name; its behaviour.
-harness::TestProviderBehaviour Call(const std::wstring& name, const wchar_t* function, DWORD param,
-                                    DWORD flags) {
+// Appends "<function> <param> 0x<flags>;" to the calls of the name.
+void Call(const std::wstring& name, const wchar_t* function, DWORD param, DWORD flags) {
     const std::wstring key = harness::ProviderKey(name);
     wchar_t calls[4096] = L"";
     DWORD size = sizeof(calls) - 256;
@@ -31,11 +29,6 @@ harness::TestProviderBehaviour Call(const std::wstring& name, const wchar_t* fun
     swprintf(calls + wcslen(calls), 128, L"%ls %lu 0x%lX;", function, param, flags);
     RegSetKeyValueW(HKEY_LOCAL_MACHINE, key.c_str(), harness::kCallsValue, REG_SZ, calls,
                     static_cast<DWORD>((wcslen(calls) + 1) * sizeof(wchar_t)));
-    harness::TestProviderBehaviour behaviour;
-    size = sizeof(behaviour);
-    RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), harness::kBehaviourValue, RRF_RT_REG_BINARY, nullptr,
-                 &behaviour, &size);
-    return behaviour;
 }
 
 const std::wstring& NameOf(HCRYPTPROV provider) {
@@ -55,8 +48,9 @@ __declspec(dllexport) BOOL WINAPI
     CPAcquireContext(HCRYPTPROV* provider, LPSTR, DWORD flags, ProviderTable* table) {
     const char* narrow = table != nullptr && table->version >= 3 ? table->providerName : "";
     const std::wstring name(narrow, narrow + strlen(narrow));
-    if (const DWORD result = Call(name, L"CPAcquireContext", 0, flags).acquireResult; result != 0) {
-        return Fail(result);
+    Call(name, L"CPAcquireContext", 0, flags);
+    if (name.find(L"Broken") != std::wstring::npos) {
+        return Fail(static_cast<DWORD>(NTE_KEYSET_ENTRY_BAD));
     }
     *provider = reinterpret_cast<HCRYPTPROV>(new std::wstring(name));
     return TRUE;
@@ -68,25 +62,25 @@ __declspec(dllexport) BOOL WINAPI CPReleaseContext(HCRYPTPROV provider, DWORD fl
     return TRUE;
 }
 
-// Answers the version, and parameters 129 (4 bytes) and 138 (20 bytes) when told to.
+// Answers the version, and when current parameters 129 (4 bytes) and 138 (20 bytes).
 __declspec(dllexport) BOOL WINAPI
     CPGetProvParam(HCRYPTPROV provider, DWORD param, BYTE* data, DWORD* length, DWORD flags) {
-    const harness::TestProviderBehaviour behaviour = Call(NameOf(provider), L"CPGetProvParam", param, flags);
-    const DWORD size = param == PP_VERSION                         ? 4
-                       : param == 129 && behaviour.answersParam129 ? 4
-                       : param == 138 && behaviour.answersParam138 ? 20
-                                                                   : 0;
+    Call(NameOf(provider), L"CPGetProvParam", param, flags);
+    const bool current = NameOf(provider).find(L"Current") != std::wstring::npos;
+    const DWORD version = current ? 0x300 : 0x200;
+    const DWORD size = param == PP_VERSION ? 4 : !current ? 0 : param == 129 ? 4 : param == 138 ? 20 : 0;
     if (size == 0 || data == nullptr || *length < size) {
         return Fail(size == 0 ? static_cast<DWORD>(NTE_BAD_TYPE) : ERROR_MORE_DATA);
     }
     const BYTE answer[20] = {1};
-    memcpy(data, param == PP_VERSION ? static_cast<const void*>(&behaviour.version) : answer, size);
+    memcpy(data, param == PP_VERSION ? static_cast<const void*>(&version) : answer, size);
     *length = size;
     return TRUE;
 }
 
 __declspec(dllexport) BOOL WINAPI CPSetProvParam(HCRYPTPROV provider, DWORD param, const BYTE*, DWORD flags) {
-    const DWORD rngResult = Call(NameOf(provider), L"CPSetProvParam", param, flags).hardwareRngResult;
+    Call(NameOf(provider), L"CPSetProvParam", param, flags);
+    const DWORD rngResult = NameOf(provider).find(L"Refusing") != std::wstring::npos ? NTE_FAIL : 0;
     const DWORD result = param == PP_USE_HARDWARE_RNG ? rngResult : NTE_BAD_TYPE;
     return result == 0 ? TRUE : Fail(result);
 }

@@ -1,10 +1,8 @@
-// Stands in for the provider's ADVAPI32 patch module: it counts its loads and
-// the calls of its patch entry as the DWORDs "Loads" and "Calls" under
-// HKCU\Software\SetupUtilsTests\Patch; the entry returns the DWORD "Result"
-// there, 1 when there is none.
+// Stands in for the provider's ADVAPI32 patch module: counts its loads and its entry's calls as
+// the DWORDs "Loads" and "Calls" of HKCU\Software\SetupUtilsTests\Patch; the entry returns the
+// DWORD "Result" there, 1 when there is none.
 #include <windows.h>
 
-// Adds one to the count `name` and returns "Result".
 static DWORD Count(const wchar_t* name) {
     const wchar_t* records = L"Software\\SetupUtilsTests\\Patch";
     DWORD count = 0, result = 1, size = sizeof(DWORD);

@@ -19,18 +19,12 @@ TEST(ProviderList, EntriesAreTakenWhileAColonRemains) {
               (List{{75, L"Norvane CSP"}, {1, L"RSA"}, {24, L""}}));
     EXPECT_EQ(ParseProviderList(L"75:A/junk/1:B/x"), (List{{75, L"A"}, {0, L"B"}}));
     EXPECT_EQ(ParseProviderList(L" 80x:A:B/:C"), (List{{80, L"A:B"}, {0, L"C"}}));
-    using Case = std::pair<const wchar_t*, int>;
-    const Case cases[] = {{L"  +81", 81},
-                          {L"\t-3x", -3},
-                          {L"- 1", 0},
-                          {L"x1", 0},
-                          {L"", 0},
-                          {L"2147483647", INT_MAX},
-                          {L"99999999999", INT_MAX},
-                          {L"-99999999999", INT_MIN}};
-    for (const auto& [text, value] : cases) {
-        EXPECT_EQ(ReadDecimal(text), value) << text;
+    std::vector<int> read;
+    for (const wchar_t* text :
+         {L"  +81", L"\t-3x", L"- 1", L"x1", L"", L"2147483647", L"99999999999", L"-99999999999"}) {
+        read.push_back(ReadDecimal(text));
     }
+    EXPECT_EQ(read, (std::vector<int>{81, -3, 0, 0, 0, INT_MAX, INT_MAX, INT_MIN}));
 }
 
 // Current: a major version (bits 8-15) of 3 or more, and both parameters answered.
@@ -62,20 +56,17 @@ TEST(WindowTitles, InstallerAndProductTitles) {
     EXPECT_EQ(ProductDialogTitles(L"N", L"5.0"), (Titles{L"N", L"N 5.0"}));
 }
 
-// Key algorithms, prefixes and longer identifiers are other algorithms.
-TEST(CertificateRules, SignatureHashSizeByAlgorithm) {
-    using Case = std::pair<const char*, std::optional<std::size_t>>;
-    const Case cases[] = {{"1.2.643.2.2.3", 32},     {"1.2.643.7.1.1.3.2", 32},
-                          {"1.2.643.7.1.1.3.3", 64}, {"1.2.643.7.1.1.1.1", {}},
-                          {"1.2.643.7.1.1.3", {}},   {"1.2.643.7.1.1.3.33", {}},
-                          {"1.2.643.2.2.3.1", {}},   {"", {}}};
+// Hash sizes: key algorithms, prefixes and longer identifiers are other algorithms. Links
+// of types 2 and 71 move when nameless or named with the vendor's word as written.
+TEST(CertificateRules, SignatureHashSizesAndOutdatedKeyLinks) {
+    const std::pair<const char*, std::optional<std::size_t>> cases[] = {
+        {"1.2.643.2.2.3", 32},     {"1.2.643.7.1.1.3.2", 32},
+        {"1.2.643.7.1.1.3.3", 64}, {"1.2.643.7.1.1.1.1", {}},
+        {"1.2.643.7.1.1.3", {}},   {"1.2.643.7.1.1.3.33", {}},
+        {"1.2.643.2.2.3.1", {}},   {"", {}}};
     for (const auto& [oid, size] : cases) {
         EXPECT_EQ(SignatureHashSize(oid), size) << oid;
     }
-}
-
-// Links of types 2 and 71 move when nameless or named with the word as written.
-TEST(CertificateRules, OnlyNamelessOrVendorLinksOfTheOldTypesMove) {
     std::vector<std::uint32_t> moved;
     for (std::uint32_t type = 0; type < 1000; ++type) {
         if (IsOutdatedVendorKeyLink(type, L"")) {
