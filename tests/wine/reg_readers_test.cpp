@@ -3,11 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <numeric>
 #include <optional>
-#include <string>
-#include <vector>
 
-#include "frame/session.h"
 #include "library.h"
 #include "message_recorder.h"
 #include "test_package.h"
@@ -20,34 +18,37 @@ using Rows = std::vector<std::vector<std::wstring>>;
 const std::wstring kKey = L"SOFTWARE\\Norvane\\Cryptography\\CurrentVersion\\";
 const std::vector<std::wstring> kSeedRow = {L"2", L"seed", L"Software\\Seed", L"", L"", L"On"};
 
-Rows Sorted(Rows rows) {
-    std::sort(rows.begin(), rows.end());
-    return rows;
+template <typename List>
+List Sorted(List list) {
+    std::sort(list.begin(), list.end());
+    return list;
 }
 
 class ProcessRegReadersTest : public ::testing::Test {
 protected:
-    // Component "On" is installed locally, "Off" not at all. `readers` are
-    // RegReaders rows (Type, Name, Parameter, Value, Component_, Condition,
-    // ListProperty), or no such table. Registry holds one row, the first.
+    // On a new package whose component "On" is installed locally, "Off" not at all, whose Registry
+    // table holds one row and whose RegReaders rows are `readers` (Type, Name, Parameter, Value,
+    // Component_, Condition, ListProperty), or that has no such table.
     UINT Run(const std::optional<Rows>& readers) {
-        package_.AddStandardTables();
-        package_.AddDirectory(L"READERDIR", L"readers:.");
-        package_.SetProperty(L"READERDIR", MakeTempFolder(L"rdr"));
-        package_.AddFileComponent(L"On", L"READERDIR", L"on.dll");
-        package_.AddFileComponent(L"Off", L"READERDIR", L"off.dll", L"Disabled", 0);
-        package_.Insert(L"Property", L"`Property`, `Value`",
-                        {{L"ABLIST", L"A, B"}, {L"TRAILLIST", L"A,"}, {L"TWICELIST", L"A,A"}});
-        package_.Insert(L"Registry", L"`Root`, `Registry`, `Key`, `Component_`",
-                        {{L"#2", kSeedRow[1], kSeedRow[2], kSeedRow[5]}});
+        session_.reset();
+        package_ = std::make_unique<TestPackage>();
+        package_->AddStandardTables();
+        package_->AddDirectory(L"READERDIR", L"readers:.");
+        package_->SetProperty(L"READERDIR", MakeTempFolder(L"rdr"));
+        package_->AddFileComponent(L"On", L"READERDIR", L"on.dll");
+        package_->AddFileComponent(L"Off", L"READERDIR", L"off.dll", L"Disabled", 0);
+        package_->Insert(L"Property", L"`Property`, `Value`",
+                         {{L"ABLIST", L"A, B"}, {L"TRAILLIST", L"A,"}, {L"TWICELIST", L"A,A"}});
+        package_->Insert(L"Registry", L"`Root`, `Registry`, `Key`, `Component_`",
+                         {{L"#2", kSeedRow[1], kSeedRow[2], kSeedRow[5]}});
         if (readers) {
-            package_.AddRegReadersTable();
-            package_.Insert(
+            package_->AddRegReadersTable();
+            package_->Insert(
                 L"RegReaders",
                 L"`Type`, `Name`, `Parameter`, `Value`, `Component_`, `Condition`, `ListProperty`", *readers);
         }
-        package_.Commit();
-        session_ = std::make_unique<TestSession>(package_);
+        package_->Commit();
+        session_ = std::make_unique<TestSession>(*package_);
         session_->Cost();
         messages_.Clear();
         return library_.Action("ProcessRegReaders")(session_->get());
@@ -58,10 +59,8 @@ protected:
             L"SELECT `Root`, `Registry`, `Key`, `Name`, `Value`, `Component_` FROM `Registry`"));
     }
 
-    Rows Errors() const { return messages_.FieldsOf(INSTALLMESSAGE_ERROR); }
-
     SetupUtilsLibrary library_;
-    TestPackage package_;
+    std::unique_ptr<TestPackage> package_;
     std::unique_ptr<TestSession> session_;
     MessageRecorder messages_;
 };
@@ -83,11 +82,13 @@ TEST_F(ProcessRegReadersTest, AddsARowPerValueOfTheRowsThatApply) {
         // Left out and reported: conditions the installer cannot evaluate.
         {L"KeyCarriers", L"EmptyCondition", L"P", L"v", L"On", L"", L""},
         {L"KeyCarriers", L"BadCondition", L"P", L"v", L"On", L"(((", L""},
+        // The second row of the same identifier fails, is reported, and the walk goes on.
+        {L"KeyDevices", L"Twice", L"P", L"v", L"On", L"1", L"TWICELIST"},
     };
-
     EXPECT_EQ(Run(readers), 0u);
 
     const std::wstring flash = kKey + L"KeyCarriers\\Flash", bio = kKey + L"Random\\Bio";
+    const std::wstring twice = kKey + L"KeyDevices\\Twice\\A";
     EXPECT_EQ(RegistryRows(),
               Sorted(Rows{kSeedRow,
                           {L"2", flash + L"\\", flash, L"", L"flash.dll", L"On"},
@@ -95,44 +96,32 @@ TEST_F(ProcessRegReadersTest, AddsARowPerValueOfTheRowsThatApply) {
                           {L"2", flash + L"\\ B\\Plugin", flash + L"\\ B", L"Plugin", L"plug.dll", L"On"},
                           {L"2", bio + L"\\A\\Level", bio + L"\\A", L"Level", L"3", L"On"},
                           {L"2", bio + L"\\\\Level", bio + L"\\", L"Level", L"3", L"On"},
-                          {L"2", bio + L"\\\\Unset", bio + L"\\", L"Unset", L"u", L"On"}}));
+                          {L"2", bio + L"\\\\Unset", bio + L"\\", L"Unset", L"u", L"On"},
+                          {L"2", twice + L"\\P", twice, L"P", L"v", L"On"}}));
+    const Rows errors = messages_.FieldsOf(INSTALLMESSAGE_ERROR);
+    ASSERT_EQ(errors.size(), 4u);
+    const std::wstring code = errors[2][3];
+    EXPECT_NE(code, L"0");
     const std::vector<std::wstring> invalid = {L"666", L"ProcessRegReaders",
                                                L"Invalid Condition in RegReader Table", L"13"};
-    EXPECT_EQ(Errors(), (Rows{invalid, invalid}));
+    EXPECT_EQ(errors, (Rows{invalid,
+                            invalid,
+                            {L"666", L"WriteToTable", L"WriteToRegistry()", code},
+                            {L"666", L"PrepareToWrite", L"PrepareToWrite() fail", code}}));
     // Each row is logged as its fields, each followed by ";".
     std::vector<std::wstring> lines;
     for (const auto& row : readers) {
-        lines.emplace_back();
-        for (const auto& field : row) {
-            lines.back() += field + L";";
-        }
+        lines.push_back(
+            std::accumulate(row.begin(), row.end(), std::wstring(),
+                            [](const std::wstring& line, const auto& field) { return line + field + L";"; }));
     }
-    std::vector<std::wstring> logged = messages_.InfoTexts();
-    std::sort(lines.begin(), lines.end());
-    std::sort(logged.begin(), logged.end());
-    EXPECT_EQ(logged, lines);
-}
+    EXPECT_EQ(Sorted(messages_.InfoTexts()), Sorted(lines));
 
-TEST_F(ProcessRegReadersTest, FailedAdditionIsReportedAndKeepsTheEarlierRow) {
-    EXPECT_EQ(Run(Rows{{L"KeyDevices", L"Twice", L"P", L"v", L"On", L"1", L"TWICELIST"}}), 0u);
-
-    const std::wstring key = kKey + L"KeyDevices\\Twice\\A";
-    EXPECT_EQ(RegistryRows(), Sorted(Rows{kSeedRow, {L"2", key + L"\\P", key, L"P", L"v", L"On"}}));
-    const Rows errors = Errors();
-    ASSERT_EQ(errors.size(), 2u);
-    const std::wstring code = errors[0][3];
-    EXPECT_NE(code, L"0");
-    EXPECT_EQ(errors, (Rows{{L"666", L"WriteToTable", L"WriteToRegistry()", code},
-                            {L"666", L"PrepareToWrite", L"PrepareToWrite() fail", code}}));
-}
-
-TEST_F(ProcessRegReadersTest, WithoutRegReadersTableFailsWithTheLastError) {
+    // Without the table (or a session) the action fails with the thread's last error.
     const UINT result = Run(std::nullopt);
-
-    EXPECT_EQ(Errors(),
+    EXPECT_EQ(messages_.FieldsOf(INSTALLMESSAGE_ERROR),
               (Rows{{L"666", L"ProcessRegReaders", L"ProcessRegReaders fail", std::to_wstring(result)}}));
     EXPECT_EQ(RegistryRows(), Rows{kSeedRow});
-    // Without a session there is no database either; the thread's last error is the result.
     SetLastError(12345);
     EXPECT_EQ(library_.Action("ProcessRegReaders")(0), 12345u);
 }

@@ -3,15 +3,10 @@
 // installer makes of them), and UninstallSmartCard in both registry views.
 #include <gtest/gtest.h>
 
-#include <windows.h>
-
+#include <array>
 #include <map>
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "action_session.h"
-#include "frame/session.h"
 #include "machine.h"
 #include "message_recorder.h"
 #include "readers/calais_registration.h"
@@ -38,15 +33,6 @@ void WriteValues(const std::wstring& key, const Values& values) {
     }
 }
 
-// Only the two keys: Wine keeps link keys below Calais that cannot be deleted
-// with the tree.
-void ClearCardTypes() {
-    for (const std::wstring& calais : {kCalais, kCalais32}) {
-        DeleteRegistryTree(HKEY_LOCAL_MACHINE, calais + L"\\SmartCards");
-        DeleteRegistryTree(HKEY_LOCAL_MACHINE, calais + L"\\SmartCardsBackup");
-    }
-}
-
 // The Registry rows of one card in both views, by identifier: the other fields joined by "|".
 Rows CardRows(const std::wstring& key, const std::wstring& atr, const std::wstring& mask) {
     Rows rows;
@@ -60,45 +46,21 @@ Rows CardRows(const std::wstring& key, const std::wstring& atr, const std::wstri
     return rows;
 }
 
+// Only the two keys: Wine keeps link keys below Calais that cannot be deleted with the tree.
+void ClearCardTypes() {
+    for (const std::wstring& calais : {kCalais, kCalais32}) {
+        DeleteRegistryTree(HKEY_LOCAL_MACHINE, calais + L"\\SmartCards");
+        DeleteRegistryTree(HKEY_LOCAL_MACHINE, calais + L"\\SmartCardsBackup");
+    }
+}
+
 class SmartCardTypes : public ::testing::Test {
 protected:
-    SmartCardTypes() {
-        ClearCardTypes();
-        package_.AddStandardTables();
-        package_.AddRegReadersTable();
-        package_.Sql(L"CREATE TABLE `RemoveRegistry` (`RemoveRegistry` CHAR(72) NOT NULL, `Root` SHORT, "
-                     L"`Key` CHAR(255) LOCALIZABLE, `Name` CHAR(255), `Component_` CHAR(72) "
-                     L"PRIMARY KEY `RemoveRegistry`)");
-        // The writers make their rows from a row the table holds already.
-        for (const wchar_t* table : {L"Registry", L"RemoveRegistry"}) {
-            package_.Insert(table, std::wstring(L"`") + table + L"`, `Root`, `Key`, `Name`, `Component_`",
-                            {{L"Package", L"#2", L"SOFTWARE\\Package", L"x", L"nvcsp"}});
-        }
-        package_.SetProperty(L"DefaultCSP80Name", kProvider);
-        package_.AddRegistryComponent(L"nvcsp", false);
-        package_.AddRegistryComponent(L"nvcsp64", true);
-    }
+    SmartCardTypes() { ClearCardTypes(); }
     ~SmartCardTypes() override { ClearCardTypes(); }
 
-    // Cards: name, "ATR" and "Mask" values (none when null), the condition of
-    // its "CalaisRegistered" row (none when null).
-    void AddCards(const std::vector<std::vector<const wchar_t*>>& cards) {
-        for (const auto& card : cards) {
-            for (int i = 1; i <= 3; ++i) {
-                if (card[i] != nullptr) {
-                    const wchar_t* parameter = i == 1 ? L"ATR" : i == 2 ? L"Mask" : L"CalaisRegistered";
-                    package_.Sql(L"INSERT INTO `RegReaders` (`Type`, `Name`, `Parameter`, `Value`, "
-                                 L"`Component_`, `Condition`) VALUES ('SmartCards', ?, ?, ?, 'nvcsp', ?)",
-                                 {card[0], parameter, i == 3 ? L"1" : card[i], i == 3 ? card[3] : L"1"});
-                }
-            }
-        }
-        package_.Commit();
-        package_.Close();
-    }
-
     // Each session opens the package file anew, without an earlier session's rows.
-    UINT Register(const std::map<std::wstring, std::wstring>& properties = {}) {
+    UINT Register(const std::map<std::wstring, std::wstring>& properties) {
         session_ = std::make_unique<TestSession>(package_.path());
         for (const auto& [name, value] : properties) {
             session_->SetProperty(name, value);
@@ -129,35 +91,6 @@ protected:
     MessageRecorder messages_;
 };
 
-// Field reads of fetched records never fail in a real session, so the
-// "RecordGetString() fail" reports are not shown here.
-TEST_F(SmartCardTypes, RegistersTheCardsWhoseRegistrationHolds) {
-    AddCards({{L"Token", L"#x3b8f0", L"#xFFFF", L"1"},
-              {L"Vendor\\Model", L"#x3C01", L"#xFF00", L"ProductName"},
-              {L"Off", L"#x3D01", L"#xFFFF", L"0"},
-              {L"No condition", L"#x3D02", L"#xFFFF", L""},
-              {L"Unmarked", L"#x3D03", L"#xFFFF", nullptr},
-              {L"No mask", L"#x3B02", nullptr, L"1"},
-              {L"No hash", L"3B03", L"#xFFFF", L"NOHASH"}});
-    EXPECT_EQ(setuputils::ProcessCalaisRegitration(0), 0x80090005u); // no properties to read
-    EXPECT_EQ(Register({{L"Installed", L"1"}}), 0u);
-    EXPECT_EQ(RegistryRows(), Rows{});
-
-    EXPECT_EQ(Register(), 0u);
-    Rows expected = CardRows(L"NV_Token", L"#x3B8F", L"#xFFFF");
-    expected.merge(CardRows(L"NV_Vendor_Model", L"#x3C01", L"#xFF00"));
-    EXPECT_EQ(RegistryRows(), expected);
-    EXPECT_EQ(RemovalRows(), Rows{});
-    ASSERT_EQ(messages_.OfType(INSTALLMESSAGE_ERROR).size(), 1u);
-    EXPECT_EQ(messages_.OfType(INSTALLMESSAGE_ERROR)[0].text,
-              L"Action ProcessCalaisRegitration: Card type 'No mask' has no Mask row (13).");
-
-    // A value without "#" fails the action before any row is added.
-    EXPECT_EQ(Register({{L"NOHASH", L"1"}}), static_cast<UINT>(ERROR_INSTALL_FAILURE));
-    EXPECT_EQ(RegistryRows(), Rows{});
-    EXPECT_EQ(messages_.OfType(INSTALLMESSAGE_ERROR).size(), 2u);
-}
-
 // Other vendors' card types: one in the 32-bit view, and one in the 64-bit
 // view whose mask leaves the low half of its second byte out.
 const Values kOther32 = {{L"ATR", Binary({0x3B, 0x01})},
@@ -169,27 +102,75 @@ const Values kOther64 = {{L"ATR", Binary({0x3B, 0x02})},
 
 // Besides those, the provider's own card type and one without a mask, which
 // overlaps nothing. X overlaps the 32-bit one, Y the 64-bit one through its
-// mask, W the provider's own; the empty mask of E overlaps all.
-TEST_F(SmartCardTypes, OverlappingCardsAreLeftOutOrReplaceTheOthersWhenOverwriting) {
-    AddCards({{L"X", L"#x3B01", L"#xFFFF", L"1"},
-              {L"Y", L"#x3B05", L"#xFFFF", L"1"},
-              {L"Z", L"#x3F01", L"#xFFFF", L"1"},
-              {L"E", L"#x3F02", L"#x", L"1"},
-              {L"W", L"#x3D01", L"#xFFFF", L"1"}});
+// mask, W the provider's own; the empty mask of E overlaps all. Field reads of
+// fetched records never fail in a real session: "RecordGetString() fail" is not shown.
+TEST_F(SmartCardTypes, RegistersTheCardsWhoseRegistrationHoldsAndWhatTheyOverlapOnlyIfOverwriting) {
+    package_.AddStandardTables();
+    package_.AddRegReadersTable();
+    package_.Sql(L"CREATE TABLE `RemoveRegistry` (`RemoveRegistry` CHAR(72) NOT NULL, `Root` SHORT, "
+                 L"`Key` CHAR(255) LOCALIZABLE, `Name` CHAR(255), `Component_` CHAR(72) "
+                 L"PRIMARY KEY `RemoveRegistry`)");
+    // The writers make their rows from a row the table holds already.
+    for (const wchar_t* table : {L"Registry", L"RemoveRegistry"}) {
+        package_.Insert(table, std::wstring(L"`") + table + L"`, `Root`, `Key`, `Name`, `Component_`",
+                        {{L"Package", L"#2", L"SOFTWARE\\Package", L"x", L"nvcsp"}});
+    }
+    package_.SetProperty(L"DefaultCSP80Name", kProvider);
+    package_.AddRegistryComponent(L"nvcsp", false);
+    package_.AddRegistryComponent(L"nvcsp64", true);
+    // Name, "ATR" and "Mask" values and the condition of its "CalaisRegistered" row (none when null).
+    using Card = std::array<const wchar_t*, 4>;
+    for (const Card& card : {Card{L"Token", L"#x3b8f0", L"#xFFFF", L"1"},
+                             {L"Vendor\\Model", L"#x3C01", L"#xFF00", L"ProductName"},
+                             {L"Off", L"#x3D01", L"#xFFFF", L"0"},
+                             {L"No condition", L"#x3D02", L"#xFFFF", L""},
+                             {L"Unmarked", L"#x3D03", L"#xFFFF", nullptr},
+                             {L"No mask", L"#x3B02", nullptr, L"1"},
+                             {L"No hash", L"3B03", L"#xFFFF", L"NOHASH"},
+                             {L"X", L"#x3B01", L"#xFFFF", L"1"},
+                             {L"Y", L"#x3B05", L"#xFFFF", L"1"},
+                             {L"Z", L"#x3F01", L"#xFFFF", L"1"},
+                             {L"E", L"#x3F02", L"#x", L"1"},
+                             {L"W", L"#x3D01", L"#xFFFF", L"1"}}) {
+        for (int i = 1; i <= 3; ++i) {
+            const wchar_t* parameter = i == 1 ? L"ATR" : i == 2 ? L"Mask" : L"CalaisRegistered";
+            if (card[i] != nullptr) {
+                package_.Sql(L"INSERT INTO `RegReaders` (`Type`, `Name`, `Parameter`, `Value`, `Component_`, "
+                             L"`Condition`) VALUES ('SmartCards', ?, ?, ?, 'nvcsp', ?)",
+                             {card[0], parameter, i == 3 ? L"1" : card[i], i == 3 ? card[3] : L"1"});
+            }
+        }
+    }
+    package_.Commit();
+    package_.Close();
     WriteValues(kCalais32 + L"\\SmartCards\\Other32", kOther32);
     WriteValues(kCards + L"Other64", kOther64);
     WriteValues(kCards + L"NV_Own", {{L"ATR", Binary({0x3D, 0x01})}, {L"ATRMask", Binary({0xFF, 0xFF})}});
     WriteValues(kCards + L"Maskless", {{L"ATR", Binary({0x3F, 0x01})}});
+
+    EXPECT_EQ(setuputils::ProcessCalaisRegitration(0), 0x80090005u); // no properties to read
+    EXPECT_EQ(Register({{L"Installed", L"1"}}), 0u);
+    EXPECT_EQ(RegistryRows(), Rows{});
+    // A value without "#" fails the action before any row is added.
+    EXPECT_EQ(Register({{L"NOHASH", L"1"}}), static_cast<UINT>(ERROR_INSTALL_FAILURE));
+    EXPECT_EQ(RegistryRows(), Rows{});
+    EXPECT_EQ(messages_.OfType(INSTALLMESSAGE_ERROR).size(), 2u);
+
+    Rows cards = CardRows(L"NV_Token", L"#x3B8F", L"#xFFFF");
+    cards.merge(CardRows(L"NV_Vendor_Model", L"#x3C01", L"#xFF00"));
+    cards.merge(CardRows(L"NV_Z", L"#x3F01", L"#xFFFF"));
     for (const wchar_t* overwrite : {L"", L"0", L"yes"}) {
         EXPECT_EQ(Register({{L"OVERWRITEWL", overwrite}}), 0u);
-        EXPECT_EQ(RegistryRows(), CardRows(L"NV_Z", L"#x3F01", L"#xFFFF")) << overwrite;
+        EXPECT_EQ(RegistryRows(), cards) << overwrite;
         EXPECT_EQ(RemovalRows(), Rows{}) << overwrite;
     }
+    ASSERT_EQ(messages_.OfType(INSTALLMESSAGE_ERROR).size(), 1u);
+    EXPECT_EQ(messages_.OfType(INSTALLMESSAGE_ERROR)[0].text,
+              L"Action ProcessCalaisRegitration: Card type 'No mask' has no Mask row (13).");
 
     EXPECT_EQ(Register({{L"OVERWRITEWL", L"1"}}), 0u);
-    Rows cards = CardRows(L"NV_E", L"#x3F02", L"#x");
-    for (const auto& [card, atr] :
-         {std::pair{L"X", L"#x3B01"}, {L"Y", L"#x3B05"}, {L"Z", L"#x3F01"}, {L"W", L"#x3D01"}}) {
+    cards.merge(CardRows(L"NV_E", L"#x3F02", L"#x"));
+    for (const auto& [card, atr] : {std::pair{L"X", L"#x3B01"}, {L"Y", L"#x3B05"}, {L"W", L"#x3D01"}}) {
         cards.merge(CardRows(std::wstring(L"NV_") + card, atr, L"#xFFFF"));
     }
     // A backup row for each value of the card types replaced.
@@ -204,64 +185,49 @@ TEST_F(SmartCardTypes, OverlappingCardsAreLeftOutOrReplaceTheOthersWhenOverwriti
 
 // In both views: the provider's card types (its name exactly, case and length
 // included), other card types, and backups of the provider's and another's.
-class UninstallSmartCard : public ::testing::Test {
-protected:
-    UninstallSmartCard() {
-        ClearCardTypes();
-        for (const std::wstring& calais : {kCalais, kCalais32}) {
-            for (const auto& [card, provider] : {std::pair{L"NV_A", kProvider},
-                                                 {L"NV_B", L"norvane csp"},
-                                                 {L"NV_C", kProvider + L" "},
-                                                 {L"Other", L"Other CSP"}}) {
-                WriteRegistryString(HKEY_LOCAL_MACHINE, calais + L"\\SmartCards\\" + card, L"Crypto Provider",
-                                    provider);
-            }
-            const std::wstring backups = calais + L"\\SmartCardsBackup\\backup_";
-            WriteRegistryString(HKEY_LOCAL_MACHINE, backups + kProvider + L"\\Orig", L"Crypto Provider",
-                                L"Orig CSP");
-            WriteRegistryDword(HKEY_LOCAL_MACHINE, backups + kProvider + L"\\Orig\\Sub", L"Deep", 7);
-            WriteRegistryString(HKEY_LOCAL_MACHINE, backups + L"Other CSP\\Foreign", L"Crypto Provider",
-                                L"Foreign CSP");
+TEST_F(SmartCardTypes, UninstallRemovesTheProvidersCardTypesAndRestoresItsBackups) {
+    for (const std::wstring& calais : {kCalais, kCalais32}) {
+        for (const auto& [card, provider] : {std::pair{L"NV_A", kProvider},
+                                             {L"NV_B", L"norvane csp"},
+                                             {L"NV_C", kProvider + L" "},
+                                             {L"Other", L"Other CSP"}}) {
+            WriteRegistryString(HKEY_LOCAL_MACHINE, calais + L"\\SmartCards\\" + card, L"Crypto Provider",
+                                provider);
         }
+        const std::wstring backups = calais + L"\\SmartCardsBackup\\backup_";
+        WriteRegistryString(HKEY_LOCAL_MACHINE, backups + kProvider + L"\\Orig", L"Crypto Provider",
+                            L"Orig CSP");
+        WriteRegistryDword(HKEY_LOCAL_MACHINE, backups + kProvider + L"\\Orig\\Sub", L"Deep", 7);
+        WriteRegistryString(HKEY_LOCAL_MACHINE, backups + L"Other CSP\\Foreign", L"Crypto Provider",
+                            L"Foreign CSP");
     }
-    ~UninstallSmartCard() override { ClearCardTypes(); }
-
-    static bool Has(const std::wstring& calais, const std::wstring& card) {
+    auto has = [](const std::wstring& calais, const std::wstring& card) {
         return RegistryKeyExists(HKEY_LOCAL_MACHINE, calais + L"\\SmartCards\\" + card);
-    }
+    };
+    ActionSession session;
+    EXPECT_EQ(session.library().Action("UninstallSmartCard")(0), 0u); // no provider name to read
+    EXPECT_EQ(session.Run("UninstallSmartCard", L""), 0u);
+    EXPECT_TRUE(has(kCalais, L"NV_A") && has(kCalais32, L"NV_A"));
 
-    ActionSession session_;
-};
+    // A card type it may not delete in the 32-bit view ends the action there, before the 64-bit
+    // view. (Wine grants DELETE whatever a key's list says: the card type holds a locked subkey.)
+    const std::wstring locked = kCalais32 + L"\\SmartCards\\NV_A\\Locked";
+    WriteRegistryDword(HKEY_LOCAL_MACHINE, locked, L"Value", 1);
+    ASSERT_EQ(SetKeySecurity(locked, L"D:(A;;KR;;;SY)(A;;WD;;;BA)"), ERROR_SUCCESS);
+    EXPECT_EQ(session.Run("UninstallSmartCard", kProvider), 0x80090010u);
+    EXPECT_TRUE(has(kCalais, L"NV_A"));
+    EXPECT_FALSE(has(kCalais32, L"Orig"));
+    ASSERT_EQ(SetKeySecurity(locked, L"D:(A;;KA;;;BA)"), ERROR_SUCCESS);
 
-TEST_F(UninstallSmartCard, RemovesTheProvidersCardTypesAndRestoresItsBackups) {
-    EXPECT_EQ(session_.library().Action("UninstallSmartCard")(0), 0u); // no provider name to read
-    EXPECT_EQ(session_.Run("UninstallSmartCard", L""), 0u);
-    EXPECT_TRUE(Has(kCalais, L"NV_A") && Has(kCalais32, L"NV_A"));
-
-    EXPECT_EQ(session_.Run("UninstallSmartCard", kProvider), 0u);
+    EXPECT_EQ(session.Run("UninstallSmartCard", kProvider), 0u);
     for (const std::wstring& calais : {kCalais, kCalais32}) {
         SCOPED_TRACE(testing::PrintToString(calais));
-        EXPECT_FALSE(Has(calais, L"NV_A") || Has(calais, L"Foreign"));
-        EXPECT_TRUE(Has(calais, L"NV_B") && Has(calais, L"NV_C") && Has(calais, L"Other"));
+        EXPECT_FALSE(has(calais, L"NV_A") || has(calais, L"Foreign"));
+        EXPECT_TRUE(has(calais, L"NV_B") && has(calais, L"NV_C") && has(calais, L"Other"));
         EXPECT_EQ(ReadRegistryString(HKEY_LOCAL_MACHINE, calais + L"\\SmartCards\\Orig", L"Crypto Provider"),
                   L"Orig CSP");
         EXPECT_EQ(ReadRegistryDword(HKEY_LOCAL_MACHINE, calais + L"\\SmartCards\\Orig\\Sub", L"Deep"), 7u);
     }
-}
-
-// A card type the action may not delete in the 32-bit view ends the action
-// there: the 64-bit view keeps the provider's card types. (Wine grants DELETE
-// whatever the key's list says, so the card type holds a subkey the action
-// may not open at all.)
-TEST_F(UninstallSmartCard, StopsAtTheFirstViewThatFails) {
-    const std::wstring locked = kCalais32 + L"\\SmartCards\\NV_A\\Locked";
-    WriteRegistryDword(HKEY_LOCAL_MACHINE, locked, L"Value", 1);
-    ASSERT_EQ(SetKeySecurity(locked, L"D:(A;;KR;;;SY)(A;;WD;;;BA)"), ERROR_SUCCESS);
-
-    EXPECT_EQ(session_.Run("UninstallSmartCard", kProvider), 0x80090010u);
-    EXPECT_TRUE(Has(kCalais, L"NV_A"));
-    EXPECT_FALSE(Has(kCalais32, L"Orig"));
-    SetKeySecurity(locked, L"D:(A;;KA;;;BA)");
 }
 
 } // namespace
