@@ -67,26 +67,22 @@ TEST_F(MigrateReadersTest, SetsFlagsSubkeyListsAndTheKeyStorePathOfExistingKeys)
 
     const Rows readers = {
         {L"KeyCarriers", L"X\\Default", L"PROPX"},
-        {L"KeyCarriers", L"Y\\Default", L"PROP Y"},     // a blank in the condition: skipped
-        {L"KeyCarriers", L"Plain", L"PROPPLAIN"},       // no "\Default": skipped
         {L"KeyDevices", L"Gone\\Default", L"PROPGONE"}, // no key: kept
         {L"Readers", L"R\\Default", L"PROPR"},          // not a type looked at
         {L"Random", L"Floppy", L"REGFLOPPY"},
-        {L"KeyDevices", L"Fat", L"REGDS1410E"},
         {L"KeyDevices", L"DSRF\\Default", L"REGDSRF"},
     };
     // Subkeys are enumerated in name order; "PNP FAT12" is left out.
-    for (const wchar_t* path : {L"KeyCarriers\\X\\Default", L"KeyCarriers\\Y\\Default", L"KeyCarriers\\Plain",
-                                L"Readers\\R\\Default", L"Random\\Floppy\\A", L"Random\\Floppy\\PNP FAT12",
-                                L"Random\\Floppy\\Z", L"KeyDevices\\Fat\\PNP FAT12", L"KeyDevices\\Fat\\Q"}) {
+    for (const wchar_t* path : {L"KeyCarriers\\X\\Default", L"Readers\\R\\Default", L"Random\\Floppy\\A",
+                                L"Random\\Floppy\\PNP FAT12", L"Random\\Floppy\\Z"}) {
         WriteRegistryString(HKEY_LOCAL_MACHINE, kKey + path, L"", L"x");
     }
     WriteRegistryString(HKEY_LOCAL_MACHINE, kKey + L"KeyDevices\\DSRF\\Default", L"/db1/kis_1",
                         L"D:\\keys\\db1\\kis_1");
-    EXPECT_EQ(Run(readers, {L"PROP Y", L"PROPPLAIN", L"PROPGONE", L"PROPR"}), 0u);
+    EXPECT_EQ(Run(readers, {L"PROPGONE", L"PROPR"}), 0u);
     const std::vector<std::pair<std::wstring, std::wstring>> expected = {
-        {L"PROPX", L"1"},   {L"PROP Y", L"pkg"},    {L"PROPPLAIN", L"pkg"}, {L"PROPGONE", L"pkg"},
-        {L"PROPR", L"pkg"}, {L"REGFLOPPY", L"A,Z"}, {L"REGDS1410E", L",Q"}, {L"REGDSRF", L"D:\\keys"},
+        {L"PROPX", L"1"},       {L"PROPGONE", L"pkg"},     {L"PROPR", L"pkg"},
+        {L"REGFLOPPY", L"A,Z"}, {L"REGDSRF", L"D:\\keys"},
     };
     for (const auto& [name, value] : expected) {
         EXPECT_EQ(session_->Property(name), value) << name;

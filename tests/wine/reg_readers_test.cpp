@@ -37,8 +37,7 @@ protected:
         package_->SetProperty(L"READERDIR", MakeTempFolder(L"rdr"));
         package_->AddFileComponent(L"On", L"READERDIR", L"on.dll");
         package_->AddFileComponent(L"Off", L"READERDIR", L"off.dll", L"Disabled", 0);
-        package_->Insert(L"Property", L"`Property`, `Value`",
-                         {{L"ABLIST", L"A, B"}, {L"TRAILLIST", L"A,"}, {L"TWICELIST", L"A,A"}});
+        package_->Insert(L"Property", L"`Property`, `Value`", {{L"ABLIST", L"A, B"}, {L"TWICELIST", L"A,A"}});
         package_->Insert(L"Registry", L"`Root`, `Registry`, `Key`, `Component_`",
                          {{L"#2", kSeedRow[1], kSeedRow[2], kSeedRow[5]}});
         if (readers) {
@@ -71,7 +70,6 @@ TEST_F(ProcessRegReadersTest, AddsARowPerValueOfTheRowsThatApply) {
     const Rows readers = {
         {L"KeyCarriers", L"Flash", L"-", L"flash.dll", L"On", L"1", L""},
         {L"KeyCarriers", L"Flash", L"Plugin", L"plug.dll", L"On", L"VersionNT64", L"ABLIST"},
-        {L"Random", L"Bio", L"Level", L"3", L"On", L"NOT NOSUCHPROP", L"TRAILLIST"},
         {L"Random", L"Bio", L"Unset", L"u", L"On", L"1", L"NOSUCHLIST"},
         // Left out silently: condition false, component not installed or
         // unknown, and the smart-card type registration's own rows.
@@ -94,8 +92,6 @@ TEST_F(ProcessRegReadersTest, AddsARowPerValueOfTheRowsThatApply) {
                           {L"2", flash + L"\\", flash, L"", L"flash.dll", L"On"},
                           {L"2", flash + L"\\A\\Plugin", flash + L"\\A", L"Plugin", L"plug.dll", L"On"},
                           {L"2", flash + L"\\ B\\Plugin", flash + L"\\ B", L"Plugin", L"plug.dll", L"On"},
-                          {L"2", bio + L"\\A\\Level", bio + L"\\A", L"Level", L"3", L"On"},
-                          {L"2", bio + L"\\\\Level", bio + L"\\", L"Level", L"3", L"On"},
                           {L"2", bio + L"\\\\Unset", bio + L"\\", L"Unset", L"u", L"On"},
                           {L"2", twice + L"\\P", twice, L"P", L"v", L"On"}}));
     const Rows errors = messages_.FieldsOf(INSTALLMESSAGE_ERROR);

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <map>
+#include <set>
 
 #include "action_session.h"
 #include "machine.h"
@@ -15,7 +15,8 @@
 namespace harness {
 namespace {
 
-using Rows = std::map<std::wstring, std::wstring>;
+using Row = std::vector<std::wstring>;
+using Rows = std::set<Row>;
 using Values = std::vector<std::pair<std::wstring, RegistryData>>;
 
 const std::wstring kProvider = L"Norvane CSP";
@@ -33,14 +34,14 @@ void WriteValues(const std::wstring& key, const Values& values) {
     }
 }
 
-// The Registry rows of one card in both views, by identifier: the other fields joined by "|".
-Rows CardRows(const std::wstring& key, const std::wstring& atr, const std::wstring& mask) {
+// The Registry rows of one card in both views: identifier, key, name, value and component.
+Rows CardRows(const std::wstring& card, const std::wstring& atr, const std::wstring& mask) {
     Rows rows;
-    for (const wchar_t* view : {L"", L"_64_"}) {
-        const std::wstring tail = std::wstring(L"|") + (*view ? L"nvcsp64" : L"nvcsp");
+    for (const std::wstring view : {L"", L"_64_"}) {
         for (const auto& [name, value] :
              {std::pair{L"ATR", atr}, {L"ATRMask", mask}, {L"Crypto Provider", kProvider}}) {
-            rows[view + kCards + key + L"\\" + name] = kCards + key + L"|" + name + L"|" + value + tail;
+            rows.insert(Row{view + kCards + card + L"\\" + name, kCards + card, name, value,
+                            view.empty() ? L"nvcsp" : L"nvcsp64"});
         }
     }
     return rows;
@@ -60,31 +61,21 @@ protected:
     ~SmartCardTypes() override { ClearCardTypes(); }
 
     // Each session opens the package file anew, without an earlier session's rows.
-    UINT Register(const std::map<std::wstring, std::wstring>& properties) {
+    UINT Register(const std::wstring& property, const std::wstring& value) {
         session_ = std::make_unique<TestSession>(package_.path());
-        for (const auto& [name, value] : properties) {
-            session_->SetProperty(name, value);
-        }
+        session_->SetProperty(property, value);
         messages_.Clear();
         return setuputils::ProcessCalaisRegitration(session_->get());
     }
 
     // The rows of `table` other than the package's own.
     Rows Added(const std::wstring& table, const std::wstring& fields) {
-        Rows rows;
-        for (const auto& row : session_->Rows(L"SELECT " + fields + L" FROM `" + table + L"`")) {
-            std::wstring joined;
-            for (std::size_t i = 1; i < row.size(); ++i) {
-                joined += (i > 1 ? L"|" : L"") + row[i];
-            }
-            if (row[0] != L"Package") {
-                rows[row[0]] = joined;
-            }
-        }
-        return rows;
+        const auto rows = session_->Rows(L"SELECT `" + table + L"`, " + fields + L" FROM `" + table +
+                                         L"` WHERE `" + table + L"` <> 'Package'");
+        return {rows.begin(), rows.end()};
     }
-    Rows RegistryRows() { return Added(L"Registry", L"`Registry`, `Key`, `Name`, `Value`, `Component_`"); }
-    Rows RemovalRows() { return Added(L"RemoveRegistry", L"`RemoveRegistry`, `Key`, `Name`, `Component_`"); }
+    Rows RegistryRows() { return Added(L"Registry", L"`Key`, `Name`, `Value`, `Component_`"); }
+    Rows RemovalRows() { return Added(L"RemoveRegistry", L"`Key`, `Name`, `Component_`"); }
 
     TestPackage package_;
     std::unique_ptr<TestSession> session_;
@@ -129,7 +120,6 @@ TEST_F(SmartCardTypes, RegistersTheCardsWhoseRegistrationHoldsAndWhatTheyOverlap
                              {L"No hash", L"3B03", L"#xFFFF", L"NOHASH"},
                              {L"X", L"#x3B01", L"#xFFFF", L"1"},
                              {L"Y", L"#x3B05", L"#xFFFF", L"1"},
-                             {L"Z", L"#x3F01", L"#xFFFF", L"1"},
                              {L"E", L"#x3F02", L"#x", L"1"},
                              {L"W", L"#x3D01", L"#xFFFF", L"1"}}) {
         for (int i = 1; i <= 3; ++i) {
@@ -149,18 +139,17 @@ TEST_F(SmartCardTypes, RegistersTheCardsWhoseRegistrationHoldsAndWhatTheyOverlap
     WriteValues(kCards + L"Maskless", {{L"ATR", Binary({0x3F, 0x01})}});
 
     EXPECT_EQ(setuputils::ProcessCalaisRegitration(0), 0x80090005u); // no properties to read
-    EXPECT_EQ(Register({{L"Installed", L"1"}}), 0u);
+    EXPECT_EQ(Register(L"Installed", L"1"), 0u);
     EXPECT_EQ(RegistryRows(), Rows{});
     // A value without "#" fails the action before any row is added.
-    EXPECT_EQ(Register({{L"NOHASH", L"1"}}), static_cast<UINT>(ERROR_INSTALL_FAILURE));
+    EXPECT_EQ(Register(L"NOHASH", L"1"), static_cast<UINT>(ERROR_INSTALL_FAILURE));
     EXPECT_EQ(RegistryRows(), Rows{});
     EXPECT_EQ(messages_.OfType(INSTALLMESSAGE_ERROR).size(), 2u);
 
     Rows cards = CardRows(L"NV_Token", L"#x3B8F", L"#xFFFF");
     cards.merge(CardRows(L"NV_Vendor_Model", L"#x3C01", L"#xFF00"));
-    cards.merge(CardRows(L"NV_Z", L"#x3F01", L"#xFFFF"));
     for (const wchar_t* overwrite : {L"", L"0", L"yes"}) {
-        EXPECT_EQ(Register({{L"OVERWRITEWL", overwrite}}), 0u);
+        EXPECT_EQ(Register(L"OVERWRITEWL", overwrite), 0u);
         EXPECT_EQ(RegistryRows(), cards) << overwrite;
         EXPECT_EQ(RemovalRows(), Rows{}) << overwrite;
     }
@@ -168,7 +157,7 @@ TEST_F(SmartCardTypes, RegistersTheCardsWhoseRegistrationHoldsAndWhatTheyOverlap
     EXPECT_EQ(messages_.OfType(INSTALLMESSAGE_ERROR)[0].text,
               L"Action ProcessCalaisRegitration: Card type 'No mask' has no Mask row (13).");
 
-    EXPECT_EQ(Register({{L"OVERWRITEWL", L"1"}}), 0u);
+    EXPECT_EQ(Register(L"OVERWRITEWL", L"1"), 0u);
     cards.merge(CardRows(L"NV_E", L"#x3F02", L"#x"));
     for (const auto& [card, atr] : {std::pair{L"X", L"#x3B01"}, {L"Y", L"#x3B05"}, {L"W", L"#x3D01"}}) {
         cards.merge(CardRows(std::wstring(L"NV_") + card, atr, L"#xFFFF"));
@@ -176,30 +165,29 @@ TEST_F(SmartCardTypes, RegistersTheCardsWhoseRegistrationHoldsAndWhatTheyOverlap
     // A backup row for each value of the card types replaced.
     Rows rows = RegistryRows();
     EXPECT_EQ(
-        std::erase_if(rows, [](const auto& row) { return row.first.find(L"Backup") != std::wstring::npos; }),
+        std::erase_if(rows, [](const auto& row) { return row[0].find(L"Backup") != std::wstring::npos; }),
         kOther32.size() + kOther64.size());
     EXPECT_EQ(rows, cards);
-    EXPECT_EQ(RemovalRows(), (Rows{{L"_REMOVE_" + kCards + L"Other32", kCards + L"Other32|-|nvcsp"},
-                                   {L"_64__REMOVE_" + kCards + L"Other64", kCards + L"Other64|-|nvcsp64"}}));
+    EXPECT_EQ(RemovalRows(),
+              (Rows{{L"_REMOVE_" + kCards + L"Other32", kCards + L"Other32", L"-", L"nvcsp"},
+                    {L"_64__REMOVE_" + kCards + L"Other64", kCards + L"Other64", L"-", L"nvcsp64"}}));
 }
 
 // In both views: the provider's card types (its name exactly, case and length
 // included), other card types, and backups of the provider's and another's.
 TEST_F(SmartCardTypes, UninstallRemovesTheProvidersCardTypesAndRestoresItsBackups) {
     for (const std::wstring& calais : {kCalais, kCalais32}) {
-        for (const auto& [card, provider] : {std::pair{L"NV_A", kProvider},
-                                             {L"NV_B", L"norvane csp"},
-                                             {L"NV_C", kProvider + L" "},
-                                             {L"Other", L"Other CSP"}}) {
-            WriteRegistryString(HKEY_LOCAL_MACHINE, calais + L"\\SmartCards\\" + card, L"Crypto Provider",
-                                provider);
+        for (const auto& [key, provider] :
+             {std::pair{L"SmartCards\\NV_A", kProvider},
+              {L"SmartCards\\NV_B", L"norvane csp"},
+              {L"SmartCards\\NV_C", kProvider + L" "},
+              {L"SmartCards\\Other", L"Other CSP"},
+              {L"SmartCardsBackup\\backup_Norvane CSP\\Orig", L"Orig CSP"},
+              {L"SmartCardsBackup\\backup_Other CSP\\Foreign", L"Foreign CSP"}}) {
+            WriteRegistryString(HKEY_LOCAL_MACHINE, calais + L"\\" + key, L"Crypto Provider", provider);
         }
-        const std::wstring backups = calais + L"\\SmartCardsBackup\\backup_";
-        WriteRegistryString(HKEY_LOCAL_MACHINE, backups + kProvider + L"\\Orig", L"Crypto Provider",
-                            L"Orig CSP");
-        WriteRegistryDword(HKEY_LOCAL_MACHINE, backups + kProvider + L"\\Orig\\Sub", L"Deep", 7);
-        WriteRegistryString(HKEY_LOCAL_MACHINE, backups + L"Other CSP\\Foreign", L"Crypto Provider",
-                            L"Foreign CSP");
+        WriteRegistryDword(HKEY_LOCAL_MACHINE, calais + L"\\SmartCardsBackup\\backup_Norvane CSP\\Orig\\Sub",
+                           L"Deep", 7);
     }
     auto has = [](const std::wstring& calais, const std::wstring& card) {
         return RegistryKeyExists(HKEY_LOCAL_MACHINE, calais + L"\\SmartCards\\" + card);
