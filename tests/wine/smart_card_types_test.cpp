@@ -1,12 +1,15 @@
-// Smart-card type registration against a real installer session and Wine's
-// registry: the temporary rows ProcessCalaisRegitration adds (and what the
-// installer makes of them), and UninstallSmartCard in both registry views.
+// ProcessRegReaders and the smart-card type registration it ends with, in costed installer
+// sessions: the temporary rows they add, read back from the active database, and the messages
+// they post; and UninstallSmartCard in both registry views of Wine's registry.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <numeric>
 #include <set>
 
 #include "action_session.h"
+#include "library.h"
 #include "machine.h"
 #include "message_recorder.h"
 #include "readers/calais_registration.h"
@@ -19,10 +22,17 @@ using Row = std::vector<std::wstring>;
 using Rows = std::set<Row>;
 using Values = std::vector<std::pair<std::wstring, RegistryData>>;
 
+const std::wstring kKey = L"SOFTWARE\\Norvane\\Cryptography\\CurrentVersion\\";
 const std::wstring kProvider = L"Norvane CSP";
 const std::wstring kCalais = L"SOFTWARE\\Microsoft\\Cryptography\\Calais";
 const std::wstring kCalais32 = L"SOFTWARE\\WOW6432Node\\Microsoft\\Cryptography\\Calais";
 const std::wstring kCards = kCalais + L"\\SmartCards\\";
+
+template <typename List>
+List Sorted(List list) {
+    std::sort(list.begin(), list.end());
+    return list;
+}
 
 RegistryData Binary(std::vector<BYTE> bytes) {
     return {REG_BINARY, std::move(bytes)};
@@ -40,7 +50,7 @@ Rows CardRows(const std::wstring& card, const std::wstring& atr, const std::wstr
     for (const std::wstring view : {L"", L"_64_"}) {
         for (const auto& [name, value] :
              {std::pair{L"ATR", atr}, {L"ATRMask", mask}, {L"Crypto Provider", kProvider}}) {
-            rows.insert(Row{view + kCards + card + L"\\" + name, kCards + card, name, value,
+            rows.insert(Row{view + kCards + card + L"\\" + name, L"2", kCards + card, name, value,
                             view.empty() ? L"nvcsp" : L"nvcsp64"});
         }
     }
@@ -60,24 +70,26 @@ protected:
     SmartCardTypes() { ClearCardTypes(); }
     ~SmartCardTypes() override { ClearCardTypes(); }
 
-    // Each session opens the package file anew, without an earlier session's rows.
-    UINT Register(const std::wstring& property, const std::wstring& value) {
-        session_ = std::make_unique<TestSession>(package_.path());
+    // ProcessRegReaders in a costed session that opens the package file anew, without an earlier
+    // session's rows, with `property` set to `value`.
+    UINT Run(const std::wstring& package, const std::wstring& property, const std::wstring& value) {
+        session_ = std::make_unique<TestSession>(package);
         session_->SetProperty(property, value);
+        session_->Cost();
         messages_.Clear();
-        return setuputils::ProcessCalaisRegitration(session_->get());
+        return library_.Action("ProcessRegReaders")(session_->get());
     }
 
     // The rows of `table` other than the package's own.
     Rows Added(const std::wstring& table, const std::wstring& fields) {
-        const auto rows = session_->Rows(L"SELECT `" + table + L"`, " + fields + L" FROM `" + table +
-                                         L"` WHERE `" + table + L"` <> 'Package'");
+        const auto rows = session_->Rows(L"SELECT `" + table + L"`, `Root`, `Key`, `Name`, " + fields +
+                                         L" FROM `" + table + L"` WHERE `" + table + L"` <> 'Package'");
         return {rows.begin(), rows.end()};
     }
-    Rows RegistryRows() { return Added(L"Registry", L"`Key`, `Name`, `Value`, `Component_`"); }
-    Rows RemovalRows() { return Added(L"RemoveRegistry", L"`Key`, `Name`, `Component_`"); }
+    Rows RegistryRows() { return Added(L"Registry", L"`Value`, `Component_`"); }
+    Rows RemovalRows() { return Added(L"RemoveRegistry", L"`Component_`"); }
 
-    TestPackage package_;
+    SetupUtilsLibrary library_;
     std::unique_ptr<TestSession> session_;
     MessageRecorder messages_;
 };
@@ -91,25 +103,47 @@ const Values kOther64 = {{L"ATR", Binary({0x3B, 0x02})},
                          {L"ATRMask", Binary({0xFF, 0xF0})},
                          {L"Crypto Provider", RegistryText(L"#Other")}};
 
-// Besides those, the provider's own card type and one without a mask, which
-// overlaps nothing. X overlaps the 32-bit one, Y the 64-bit one through its
-// mask, W the provider's own; the empty mask of E overlaps all. Field reads of
-// fetched records never fail in a real session: "RecordGetString() fail" is not shown.
-TEST_F(SmartCardTypes, RegistersTheCardsWhoseRegistrationHoldsAndWhatTheyOverlapOnlyIfOverwriting) {
-    package_.AddStandardTables();
-    package_.AddRegReadersTable();
-    package_.Sql(L"CREATE TABLE `RemoveRegistry` (`RemoveRegistry` CHAR(72) NOT NULL, `Root` SHORT, "
-                 L"`Key` CHAR(255) LOCALIZABLE, `Name` CHAR(255), `Component_` CHAR(72) "
-                 L"PRIMARY KEY `RemoveRegistry`)");
+// Each RegReaders row whose condition holds and whose component ("On", not "Off") is installed
+// locally becomes a Registry row per value below the configuration key; then the smart-card
+// types whose "CalaisRegistered" row holds are registered in both views. Not shown: a list
+// property whose second read fails, or a field read of a fetched record that fails (the engine
+// never fails those).
+TEST_F(SmartCardTypes, ProcessRegReadersAddsReaderRowsAndRegistersCardsOverwritingOnlyWhenAsked) {
+    TestPackage package;
+    package.AddStandardTables();
+    package.AddRegReadersTable();
+    package.AddDirectory(L"READERDIR", L"readers:.");
+    package.SetProperty(L"READERDIR", MakeTempFolder(L"rdr"));
+    package.AddFileComponent(L"On", L"READERDIR", L"on.dll");
+    package.AddFileComponent(L"Off", L"READERDIR", L"off.dll", L"Disabled", 0);
+    package.AddRegistryComponent(L"nvcsp", false);
+    package.AddRegistryComponent(L"nvcsp64", true);
+    package.Insert(L"Property", L"`Property`, `Value`",
+                   {{L"ABLIST", L"A, B"}, {L"TWICELIST", L"A,A"}, {L"DefaultCSP80Name", kProvider}});
+    package.Sql(L"CREATE TABLE `RemoveRegistry` (`RemoveRegistry` CHAR(72) NOT NULL, `Root` SHORT, "
+                L"`Key` CHAR(255) LOCALIZABLE, `Name` CHAR(255), `Component_` CHAR(72) "
+                L"PRIMARY KEY `RemoveRegistry`)");
     // The writers make their rows from a row the table holds already.
     for (const wchar_t* table : {L"Registry", L"RemoveRegistry"}) {
-        package_.Insert(table, std::wstring(L"`") + table + L"`, `Root`, `Key`, `Name`, `Component_`",
-                        {{L"Package", L"#2", L"SOFTWARE\\Package", L"x", L"nvcsp"}});
+        package.Insert(table, std::wstring(L"`") + table + L"`, `Root`, `Key`, `Name`, `Component_`",
+                       {{L"Package", L"#2", L"SOFTWARE\\Package", L"x", L"nvcsp"}});
     }
-    package_.SetProperty(L"DefaultCSP80Name", kProvider);
-    package_.AddRegistryComponent(L"nvcsp", false);
-    package_.AddRegistryComponent(L"nvcsp64", true);
-    // Name, "ATR" and "Mask" values and the condition of its "CalaisRegistered" row (none when null).
+    // Type, Name, Parameter, Value, Component_, Condition, ListProperty.
+    std::vector<std::vector<std::wstring>> readers = {
+        {L"KeyCarriers", L"Flash", L"-", L"flash.dll", L"On", L"1", L""},
+        {L"KeyCarriers", L"Flash", L"Plugin", L"plug.dll", L"On", L"VersionNT64", L"ABLIST"},
+        {L"Random", L"Bio", L"Unset", L"u", L"On", L"NOT NOSUCHPROP", L"NOSUCHLIST"},
+        // Left out silently: condition false, component not installed or unknown.
+        {L"KeyCarriers", L"False", L"P", L"v", L"On", L"NOSUCHPROP", L""},
+        {L"KeyCarriers", L"NotLocal", L"P", L"v", L"Off", L"1", L""},
+        {L"KeyCarriers", L"Unknown", L"P", L"v", L"NoSuchComponent", L"1", L""},
+        // Left out and reported: conditions the installer cannot evaluate.
+        {L"KeyCarriers", L"EmptyCondition", L"P", L"v", L"On", L"", L""},
+        {L"KeyCarriers", L"BadCondition", L"P", L"v", L"On", L"(((", L""},
+        // The second row of the same identifier fails, is reported, and the walk goes on.
+        {L"KeyDevices", L"Twice", L"P", L"v", L"On", L"1", L"TWICELIST"}};
+    // Cards: name, "ATR" and "Mask" values (of component "Off"), and the condition of its
+    // "CalaisRegistered" row (of component "On", and left to the registration), none when null.
     using Card = std::array<const wchar_t*, 4>;
     for (const Card& card : {Card{L"Token", L"#x3b8f0", L"#xFFFF", L"1"},
                              {L"Vendor\\Model", L"#x3C01", L"#xFF00", L"ProductName"},
@@ -123,41 +157,78 @@ TEST_F(SmartCardTypes, RegistersTheCardsWhoseRegistrationHoldsAndWhatTheyOverlap
                              {L"E", L"#x3F02", L"#x", L"1"},
                              {L"W", L"#x3D01", L"#xFFFF", L"1"}}) {
         for (int i = 1; i <= 3; ++i) {
-            const wchar_t* parameter = i == 1 ? L"ATR" : i == 2 ? L"Mask" : L"CalaisRegistered";
             if (card[i] != nullptr) {
-                package_.Sql(L"INSERT INTO `RegReaders` (`Type`, `Name`, `Parameter`, `Value`, `Component_`, "
-                             L"`Condition`) VALUES ('SmartCards', ?, ?, ?, 'nvcsp', ?)",
-                             {card[0], parameter, i == 3 ? L"1" : card[i], i == 3 ? card[3] : L"1"});
+                readers.push_back({L"SmartCards", card[0],
+                                   i == 1   ? L"ATR"
+                                   : i == 2 ? L"Mask"
+                                            : L"CalaisRegistered",
+                                   i == 3 ? L"1" : card[i], i == 3 ? L"On" : L"Off", i == 3 ? card[3] : L"1",
+                                   L""});
             }
         }
     }
-    package_.Commit();
-    package_.Close();
+    for (const auto& row : readers) {
+        package.Sql(
+            L"INSERT INTO `RegReaders` (`Type`, `Name`, `Parameter`, `Value`, `Component_`, `Condition`, "
+            L"`ListProperty`) VALUES (?, ?, ?, ?, ?, ?, ?)",
+            row);
+    }
+    package.Commit();
+    package.Close();
+    // Besides those, the provider's own card type and one without a mask, which
+    // overlaps nothing. X overlaps the 32-bit one, Y the 64-bit one through its
+    // mask, W the provider's own; the empty mask of E overlaps all.
     WriteValues(kCalais32 + L"\\SmartCards\\Other32", kOther32);
     WriteValues(kCards + L"Other64", kOther64);
     WriteValues(kCards + L"NV_Own", {{L"ATR", Binary({0x3D, 0x01})}, {L"ATRMask", Binary({0xFF, 0xFF})}});
     WriteValues(kCards + L"Maskless", {{L"ATR", Binary({0x3F, 0x01})}});
 
-    EXPECT_EQ(setuputils::ProcessCalaisRegitration(0), 0x80090005u); // no properties to read
-    EXPECT_EQ(Register(L"Installed", L"1"), 0u);
+    // Installed, nothing is installed locally and no card type is registered.
+    EXPECT_EQ(Run(package.path(), L"Installed", L"1"), 0u);
     EXPECT_EQ(RegistryRows(), Rows{});
-    // A value without "#" fails the action before any row is added.
-    EXPECT_EQ(Register(L"NOHASH", L"1"), static_cast<UINT>(ERROR_INSTALL_FAILURE));
-    EXPECT_EQ(RegistryRows(), Rows{});
-    EXPECT_EQ(messages_.OfType(INSTALLMESSAGE_ERROR).size(), 2u);
+    const std::wstring flash = kKey + L"KeyCarriers\\Flash", bio = kKey + L"Random\\Bio";
+    const std::wstring twice = kKey + L"KeyDevices\\Twice\\A";
+    const Rows readerRows = {{flash + L"\\", L"2", flash, L"", L"flash.dll", L"On"},
+                             {flash + L"\\A\\Plugin", L"2", flash + L"\\A", L"Plugin", L"plug.dll", L"On"},
+                             {flash + L"\\ B\\Plugin", L"2", flash + L"\\ B", L"Plugin", L"plug.dll", L"On"},
+                             {bio + L"\\\\Unset", L"2", bio + L"\\", L"Unset", L"u", L"On"},
+                             {twice + L"\\P", L"2", twice, L"P", L"v", L"On"}};
+    // A value without "#" fails the action before any card row is added.
+    EXPECT_EQ(Run(package.path(), L"NOHASH", L"1"), static_cast<UINT>(ERROR_INSTALL_FAILURE));
+    EXPECT_EQ(RegistryRows(), readerRows);
+    EXPECT_EQ(messages_.OfType(INSTALLMESSAGE_ERROR).size(), 7u);
 
-    Rows cards = CardRows(L"NV_Token", L"#x3B8F", L"#xFFFF");
+    Rows cards = readerRows;
+    cards.merge(CardRows(L"NV_Token", L"#x3B8F", L"#xFFFF"));
     cards.merge(CardRows(L"NV_Vendor_Model", L"#x3C01", L"#xFF00"));
     for (const wchar_t* overwrite : {L"", L"0", L"yes"}) {
-        EXPECT_EQ(Register(L"OVERWRITEWL", overwrite), 0u);
+        EXPECT_EQ(Run(package.path(), L"OVERWRITEWL", overwrite), 0u);
         EXPECT_EQ(RegistryRows(), cards) << overwrite;
         EXPECT_EQ(RemovalRows(), Rows{}) << overwrite;
     }
-    ASSERT_EQ(messages_.OfType(INSTALLMESSAGE_ERROR).size(), 1u);
-    EXPECT_EQ(messages_.OfType(INSTALLMESSAGE_ERROR)[0].text,
-              L"Action ProcessCalaisRegitration: Card type 'No mask' has no Mask row (13).");
+    // The card types' "CalaisRegistered" row without a condition is reported as invalid too.
+    const auto errors = messages_.FieldsOf(INSTALLMESSAGE_ERROR);
+    ASSERT_EQ(errors.size(), 6u);
+    const std::wstring code = errors[2][3];
+    EXPECT_NE(code, L"0");
+    const Row invalid = {L"666", L"ProcessRegReaders", L"Invalid Condition in RegReader Table", L"13"};
+    EXPECT_EQ(errors, (std::vector<Row>{invalid,
+                                        invalid,
+                                        {L"666", L"WriteToTable", L"WriteToRegistry()", code},
+                                        {L"666", L"PrepareToWrite", L"PrepareToWrite() fail", code},
+                                        invalid,
+                                        {L"666", L"ProcessCalaisRegitration",
+                                         L"Card type 'No mask' has no Mask row", L"13"}}));
+    // Each row is logged as its fields, each followed by ";".
+    std::vector<std::wstring> lines;
+    for (const auto& row : readers) {
+        lines.push_back(
+            std::accumulate(row.begin(), row.end(), std::wstring(),
+                            [](const std::wstring& line, const auto& field) { return line + field + L";"; }));
+    }
+    EXPECT_EQ(Sorted(messages_.InfoTexts()), Sorted(lines));
 
-    EXPECT_EQ(Register(L"OVERWRITEWL", L"1"), 0u);
+    EXPECT_EQ(Run(package.path(), L"OVERWRITEWL", L"1"), 0u);
     cards.merge(CardRows(L"NV_E", L"#x3F02", L"#x"));
     for (const auto& [card, atr] : {std::pair{L"X", L"#x3B01"}, {L"Y", L"#x3B05"}, {L"W", L"#x3D01"}}) {
         cards.merge(CardRows(std::wstring(L"NV_") + card, atr, L"#xFFFF"));
@@ -169,8 +240,9 @@ TEST_F(SmartCardTypes, RegistersTheCardsWhoseRegistrationHoldsAndWhatTheyOverlap
         kOther32.size() + kOther64.size());
     EXPECT_EQ(rows, cards);
     EXPECT_EQ(RemovalRows(),
-              (Rows{{L"_REMOVE_" + kCards + L"Other32", kCards + L"Other32", L"-", L"nvcsp"},
-                    {L"_64__REMOVE_" + kCards + L"Other64", kCards + L"Other64", L"-", L"nvcsp64"}}));
+              (Rows{{L"_REMOVE_" + kCards + L"Other32", L"2", kCards + L"Other32", L"-", L"nvcsp"},
+                    {L"_64__REMOVE_" + kCards + L"Other64", L"2", kCards + L"Other64", L"-", L"nvcsp64"}}));
+    EXPECT_EQ(setuputils::ProcessCalaisRegitration(0), 0x80090005u); // no properties to read
 }
 
 // In both views: the provider's card types (its name exactly, case and length
