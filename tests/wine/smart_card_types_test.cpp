@@ -3,7 +3,6 @@
 // they post; and UninstallSmartCard in both registry views of Wine's registry.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
 #include <numeric>
 #include <set>
@@ -27,12 +26,6 @@ const std::wstring kProvider = L"Norvane CSP";
 const std::wstring kCalais = L"SOFTWARE\\Microsoft\\Cryptography\\Calais";
 const std::wstring kCalais32 = L"SOFTWARE\\WOW6432Node\\Microsoft\\Cryptography\\Calais";
 const std::wstring kCards = kCalais + L"\\SmartCards\\";
-
-template <typename List>
-List Sorted(List list) {
-    std::sort(list.begin(), list.end());
-    return list;
-}
 
 RegistryData Binary(std::vector<BYTE> bytes) {
     return {REG_BINARY, std::move(bytes)};
@@ -144,27 +137,26 @@ TEST_F(SmartCardTypes, ProcessRegReadersAddsReaderRowsAndRegistersCardsOverwriti
         {L"KeyDevices", L"Twice", L"P", L"v", L"On", L"1", L"TWICELIST"}};
     // Cards: name, "ATR" and "Mask" values (of component "Off"), and the condition of its
     // "CalaisRegistered" row (of component "On", and left to the registration), none when null.
-    using Card = std::array<const wchar_t*, 4>;
-    for (const Card& card : {Card{L"Token", L"#x3b8f0", L"#xFFFF", L"1"},
-                             {L"Vendor\\Model", L"#x3C01", L"#xFF00", L"ProductName"},
-                             {L"Off", L"#x3D01", L"#xFFFF", L"0"},
-                             {L"No condition", L"#x3D02", L"#xFFFF", L""},
-                             {L"Unmarked", L"#x3D03", L"#xFFFF", nullptr},
-                             {L"No mask", L"#x3B02", nullptr, L"1"},
-                             {L"No hash", L"3B03", L"#xFFFF", L"NOHASH"},
-                             {L"X", L"#x3B01", L"#xFFFF", L"1"},
-                             {L"Y", L"#x3B05", L"#xFFFF", L"1"},
-                             {L"E", L"#x3F02", L"#x", L"1"},
-                             {L"W", L"#x3D01", L"#xFFFF", L"1"}}) {
-        for (int i = 1; i <= 3; ++i) {
-            if (card[i] != nullptr) {
-                readers.push_back({L"SmartCards", card[0],
-                                   i == 1   ? L"ATR"
-                                   : i == 2 ? L"Mask"
-                                            : L"CalaisRegistered",
-                                   i == 3 ? L"1" : card[i], i == 3 ? L"On" : L"Off", i == 3 ? card[3] : L"1",
-                                   L""});
+    const std::array<const wchar_t*, 4> cardTable[] = {
+        {L"Token", L"#x3b8f0", L"#xFFFF", L"1"},
+        {L"Vendor\\Model", L"#x3C01", L"#xFF00", L"ProductName"},
+        {L"Off", L"#x3D01", L"#xFFFF", L"0"},
+        {L"No condition", L"#x3D02", L"#xFFFF", L""},
+        {L"Unmarked", L"#x3D03", L"#xFFFF", nullptr},
+        {L"No mask", L"#x3B02", nullptr, L"1"},
+        {L"No hash", L"3B03", L"#xFFFF", L"NOHASH"},
+        {L"X", L"#x3B01", L"#xFFFF", L"1"},
+        {L"Y", L"#x3B05", L"#xFFFF", L"1"},
+        {L"E", L"#x3F02", L"#x", L"1"},
+        {L"W", L"#x3D01", L"#xFFFF", L"1"}};
+    for (const auto& [name, atr, mask, condition] : cardTable) {
+        for (const auto& [parameter, value] : {std::pair{L"ATR", atr}, {L"Mask", mask}}) {
+            if (value != nullptr) {
+                readers.push_back({L"SmartCards", name, parameter, value, L"Off", L"1", L""});
             }
+        }
+        if (condition != nullptr) {
+            readers.push_back({L"SmartCards", name, L"CalaisRegistered", L"1", L"On", condition, L""});
         }
     }
     for (const auto& row : readers) {
@@ -220,13 +212,14 @@ TEST_F(SmartCardTypes, ProcessRegReadersAddsReaderRowsAndRegistersCardsOverwriti
                                         {L"666", L"ProcessCalaisRegitration",
                                          L"Card type 'No mask' has no Mask row", L"13"}}));
     // Each row is logged as its fields, each followed by ";".
-    std::vector<std::wstring> lines;
+    std::multiset<std::wstring> lines;
     for (const auto& row : readers) {
-        lines.push_back(
+        lines.insert(
             std::accumulate(row.begin(), row.end(), std::wstring(),
                             [](const std::wstring& line, const auto& field) { return line + field + L";"; }));
     }
-    EXPECT_EQ(Sorted(messages_.InfoTexts()), Sorted(lines));
+    const std::vector<std::wstring> logged = messages_.InfoTexts();
+    EXPECT_EQ(std::multiset(logged.begin(), logged.end()), lines);
 
     EXPECT_EQ(Run(package.path(), L"OVERWRITEWL", L"1"), 0u);
     cards.merge(CardRows(L"NV_E", L"#x3F02", L"#x"));
