@@ -55,9 +55,7 @@ TEST(ReaderRows, ValuePlaces) {
     EXPECT_EQ(Places(L"-", std::nullopt), L"|;");
     EXPECT_EQ(Places(L"--", std::nullopt) + Places(L" -", std::nullopt), L"|--;| -;");
     EXPECT_EQ(Places(L"-", L"A,"), L"\\A|;\\|;");
-    EXPECT_EQ(Places(L"Dll", L""), L"\\|Dll;");
     EXPECT_EQ(SplitListProperty(L",A,,B"), (Names{L"", L"A", L"", L"B"}));
-    EXPECT_EQ(SplitListProperty(L" A , B "), (Names{L" A ", L" B "}));
 }
 
 // From the first "#" on, "#x" skipped, pairs of hexadecimal digits: a trailing
