@@ -29,8 +29,7 @@ const std::wstring kUserSid = L"S-1-5-21-0-0-0-1000"; // every program in the pr
 const std::wstring kProviderNode = L"SOFTWARE\\WOW6432Node\\Norvane";
 const std::wstring kSettings = kProviderNode + L"\\Settings"; // "\GLOBAL"
 const std::wstring kUserRoot = kSettings + L"\\Users\\" + kUserSid;
-// Full access inherited by subkeys for creator owner, local system and the user; from NT 6.2 on
-// all application packages first.
+// Full inherited access for creator owner, system and the user; from NT 6.2 all app packages first.
 const std::wstring kOwnerSystemUser = L"D:(A;CI;KA;;;CO)(A;CI;KA;;;SY)(A;CI;KA;;;" + kUserSid + L")";
 const std::wstring kPackagesFirst = L"D:(A;CI;KA;;;AC)" + kOwnerSystemUser.substr(2);
 const std::wstring kSessionManager = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\";
@@ -40,8 +39,7 @@ const std::wstring kLinkTargets =
 const std::wstring kLists[] = {L"NvnIntegrity", L"NvnPatches", L"NvnExclude"};
 const std::wstring kNativeSub = L"Software\\Norvane\\Sub";
 
-// "name:type:data" (data as UTF-16, terminators kept) of each entry a walk
-// gives, and "end N" with the status that stopped it (0 if it went on too long).
+// "name:type:UTF-16 data" of each entry walked, and "end <the status that stopped the walk>".
 Entries Walk(const std::wstring& path, bool subkeys) {
     MappedKeyEnumeration walk;
     Entries found;
@@ -86,10 +84,8 @@ protected:
     ActionSession session_;
 };
 
-// Per-user paths, with or without "\LOCAL", share the user's root; a walk gives values with their
-// data, or subkey names, however long, and ends with 2. The statuses are the numbers the
-// provider's packages check for; Wine enforces access lists. A tree is deleted as keys: a link in
-// it goes, what it leads to stays.
+// Per-user paths share the user's root; walks give values or subkey names, however long, then 2;
+// statuses are the provider's numbers; a tree is deleted as keys (a link goes, its target stays).
 TEST_F(RegistryTest, LibraryWritesReadsWalksAndDeletes) {
     ASSERT_EQ(SetMappedStringValue(L"\\LOCAL\\Random\\Seed", L"x"), 0u);
     ASSERT_EQ(SetMappedStringValue(L"\\GLOBAL\\Walk\\Name", L"text"), 0u);
@@ -144,8 +140,7 @@ TEST_F(RegistryTest, LibraryWritesReadsWalksAndDeletes) {
     EXPECT_EQ(value.data.size(), 12u) << "exact, with its terminator";
 }
 
-// Wine 8.0's ntdll has no RtlDeriveCapabilitySidsFromName, so the
-// "registryRead" entry of NT 6.3+ is left out there.
+// Wine 8.0 has no RtlDeriveCapabilitySidsFromName: the "registryRead" entry (NT 6.3+) is left out.
 TEST(RegistrySettingsAcl, EntriesFollowTheSystemVersion) {
     for (const auto& [version, packages] :
          {std::pair{NtVersion{6, 1}, false}, {{6, 2}, true}, {{6, 3}, true}, {{10, 0}, true}}) {
@@ -156,9 +151,8 @@ TEST(RegistrySettingsAcl, EntriesFollowTheSystemVersion) {
     }
 }
 
-// A protected key gets the list of the running version, new (the user's root
-// and a key below it) or not. Wine 8.0 ignores the descriptor given to
-// RegCreateKeyExW: the list seen is the one set afterwards.
+// Protected keys, new or not, get the running version's list (Wine 8.0 ignores the descriptor
+// given to RegCreateKeyExW: the list seen is the one set afterwards).
 void ExpectProtectedKeys(const std::wstring& expected) {
     MappedKey key;
     ASSERT_EQ(OpenMappedKey(L"\\LOCAL\\New", kRegCreateUserRoot, key), 0u);
@@ -177,9 +171,8 @@ TEST_F(RegistryAccessListOnWindows10, LetsAllAppPackagesInFirst) {
     ExpectProtectedKeys(kPackagesFirst);
 }
 
-// Relocated, the lists live below the parameters key and links stand at
-// their old places; relocating again changes nothing, reverting restores
-// them. Without the parameters key a revert deletes only the links.
+// Relocated lists move below the parameters key, links at their places; again changes nothing;
+// revert restores them, or, without the parameters key, deletes only the links.
 TEST_F(RegistryTest, NvnRelocateMovesTheListsLeavingLinksAndRevertBringsThemBack) {
     Watched lists = {{{kHklm, kControlService}}, {}, {}};
     for (const auto& list : kLists) {
@@ -223,10 +216,8 @@ TEST_F(RegistryTest, NvnLinkLeadsTheNativeKeyToTheThirtyTwoBitNodeAndStaysSo) {
     }
 }
 
-// Wine refuses mandatory labels, so SetRegistryLow (which ignores the answer by design) cannot be
-// seen to work: the label it sets, one inherited no-write-up low-integrity entry, is checked. Nor
-// does Wine's SetNamedSecurityInfoW change files: the merge AllAppPackageSecurity makes is checked,
-// one entry more, first, the list's own entries all kept.
+// Wine refuses labels and SetNamedSecurityInfoW on files: SetRegistryLow's label (inherited, no
+// write-up, low) and AllAppPackageSecurity's merge (one entry first, the rest kept) are checked.
 TEST_F(RegistryTest, AccessRightsLowIntegrityLabelAndAppPackagesEntry) {
     LocalMemory descriptor = LowIntegrityLabelDescriptor();
     BOOL present = FALSE, defaulted = FALSE;

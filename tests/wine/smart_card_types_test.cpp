@@ -1,6 +1,5 @@
-// ProcessRegReaders and the smart-card type registration it ends with, in costed installer
-// sessions: the temporary rows they add, read back from the active database, and the messages
-// they post; and UninstallSmartCard in both registry views of Wine's registry.
+// ProcessRegReaders, with the smart-card type registration it ends with, in costed sessions: the
+// temporary rows and the messages; and UninstallSmartCard in both registry views.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -63,8 +62,7 @@ protected:
     SmartCardTypes() { ClearCardTypes(); }
     ~SmartCardTypes() override { ClearCardTypes(); }
 
-    // ProcessRegReaders in a costed session that opens the package file anew, without an earlier
-    // session's rows, with `property` set to `value`.
+    // ProcessRegReaders in a new costed session (no earlier session's rows), `property` = `value`.
     UINT Run(const std::wstring& package, const std::wstring& property, const std::wstring& value) {
         session_ = std::make_unique<TestSession>(package);
         session_->SetProperty(property, value);
@@ -87,8 +85,7 @@ protected:
     MessageRecorder messages_;
 };
 
-// Other vendors' card types: one in the 32-bit view, and one in the 64-bit
-// view whose mask leaves the low half of its second byte out.
+// Other vendors' card types; the 64-bit one's mask leaves out the low half of its second byte.
 const Values kOther32 = {{L"ATR", Binary({0x3B, 0x01})},
                          {L"ATRMask", Binary({0xFF, 0xFF})},
                          {L"Flags", {REG_DWORD, {0xFF, 0xFF, 0xFF, 0xFF}}}};
@@ -96,11 +93,8 @@ const Values kOther64 = {{L"ATR", Binary({0x3B, 0x02})},
                          {L"ATRMask", Binary({0xFF, 0xF0})},
                          {L"Crypto Provider", RegistryText(L"#Other")}};
 
-// Each RegReaders row whose condition holds and whose component ("On", not "Off") is installed
-// locally becomes a Registry row per value below the configuration key; then the smart-card
-// types whose "CalaisRegistered" row holds are registered in both views. Not shown: a list
-// property whose second read fails, or a field read of a fetched record that fails (the engine
-// never fails those).
+// Rows that apply give a Registry row per value; cards whose "CalaisRegistered" row holds are
+// registered in both views. The engine never fails a property's second read or a field read.
 TEST_F(SmartCardTypes, ProcessRegReadersAddsReaderRowsAndRegistersCardsOverwritingOnlyWhenAsked) {
     TestPackage package;
     package.AddStandardTables();
@@ -135,8 +129,7 @@ TEST_F(SmartCardTypes, ProcessRegReadersAddsReaderRowsAndRegistersCardsOverwriti
         {L"KeyCarriers", L"BadCondition", L"P", L"v", L"On", L"(((", L""},
         // The second row of the same identifier fails, is reported, and the walk goes on.
         {L"KeyDevices", L"Twice", L"P", L"v", L"On", L"1", L"TWICELIST"}};
-    // Cards: name, "ATR" and "Mask" values (of component "Off"), and the condition of its
-    // "CalaisRegistered" row (of component "On", and left to the registration), none when null.
+    // Cards: name, ATR, Mask (component "Off"), "CalaisRegistered" condition ("On"); null: no row.
     const std::array<const wchar_t*, 4> cardTable[] = {
         {L"Token", L"#x3b8f0", L"#xFFFF", L"1"},
         {L"Vendor\\Model", L"#x3C01", L"#xFF00", L"ProductName"},
@@ -159,17 +152,20 @@ TEST_F(SmartCardTypes, ProcessRegReadersAddsReaderRowsAndRegistersCardsOverwriti
             readers.push_back({L"SmartCards", name, L"CalaisRegistered", L"1", L"On", condition, L""});
         }
     }
+    std::multiset<std::wstring> lines; // each row is logged as its fields, each followed by ";"
     for (const auto& row : readers) {
         package.Sql(
             L"INSERT INTO `RegReaders` (`Type`, `Name`, `Parameter`, `Value`, `Component_`, `Condition`, "
             L"`ListProperty`) VALUES (?, ?, ?, ?, ?, ?, ?)",
             row);
+        lines.insert(
+            std::accumulate(row.begin(), row.end(), std::wstring(),
+                            [](const std::wstring& line, const auto& field) { return line + field + L";"; }));
     }
     package.Commit();
     package.Close();
-    // Besides those, the provider's own card type and one without a mask, which
-    // overlaps nothing. X overlaps the 32-bit one, Y the 64-bit one through its
-    // mask, W the provider's own; the empty mask of E overlaps all.
+    // Also the provider's own and a maskless one (overlapping nothing). X overlaps Other32, Y
+    // Other64 (through its mask), W the provider's own; E's empty mask overlaps all.
     WriteValues(kCalais32 + L"\\SmartCards\\Other32", kOther32);
     WriteValues(kCards + L"Other64", kOther64);
     WriteValues(kCards + L"NV_Own", {{L"ATR", Binary({0x3D, 0x01})}, {L"ATRMask", Binary({0xFF, 0xFF})}});
@@ -211,13 +207,6 @@ TEST_F(SmartCardTypes, ProcessRegReadersAddsReaderRowsAndRegistersCardsOverwriti
                                         invalid,
                                         {L"666", L"ProcessCalaisRegitration",
                                          L"Card type 'No mask' has no Mask row", L"13"}}));
-    // Each row is logged as its fields, each followed by ";".
-    std::multiset<std::wstring> lines;
-    for (const auto& row : readers) {
-        lines.insert(
-            std::accumulate(row.begin(), row.end(), std::wstring(),
-                            [](const std::wstring& line, const auto& field) { return line + field + L";"; }));
-    }
     const std::vector<std::wstring> logged = messages_.InfoTexts();
     EXPECT_EQ(std::multiset(logged.begin(), logged.end()), lines);
 
@@ -238,8 +227,7 @@ TEST_F(SmartCardTypes, ProcessRegReadersAddsReaderRowsAndRegistersCardsOverwriti
     EXPECT_EQ(setuputils::ProcessCalaisRegitration(0), 0x80090005u); // no properties to read
 }
 
-// In both views: the provider's card types (its name exactly, case and length
-// included), other card types, and backups of the provider's and another's.
+// The provider's card types (its name matched exactly) go and its backups come back, in both views.
 TEST_F(SmartCardTypes, UninstallRemovesTheProvidersCardTypesAndRestoresItsBackups) {
     for (const std::wstring& calais : {kCalais, kCalais32}) {
         for (const auto& [key, provider] :
