@@ -11,8 +11,7 @@ namespace {
 
 using Names = std::vector<std::wstring>;
 
-// Rows whose name holds "\Default" as written, or whose Condition names a
-// subkey list exactly; a blank makes the Condition an expression.
+// Rows named "...\Default" as written, or whose Condition names a subkey list exactly (no blank).
 TEST(ReaderMigration, DecideWhichRowsAreLookedAt) {
     constexpr auto kSkip = ReaderMigration::Skip, kFlag = ReaderMigration::Flag;
     constexpr auto kPath = ReaderMigration::KeyStorePath, kList = ReaderMigration::SubkeyList;
@@ -49,8 +48,7 @@ std::wstring Places(const wchar_t* parameter, const std::optional<std::wstring>&
     return text;
 }
 
-// Only the whole text "-" names the default value. A list property, even an
-// empty one, puts each of its items, blanks and empty ones kept, one key level deeper.
+// Only "-" names the default value; a list puts each item, empty ones kept, one key level deeper.
 TEST(ReaderRows, ValuePlaces) {
     EXPECT_EQ(Places(L"-", std::nullopt), L"|;");
     EXPECT_EQ(Places(L"--", std::nullopt) + Places(L" -", std::nullopt), L"|--;| -;");
@@ -58,8 +56,7 @@ TEST(ReaderRows, ValuePlaces) {
     EXPECT_EQ(SplitListProperty(L",A,,B"), (Names{L"", L"A", L"", L"B"}));
 }
 
-// From the first "#" on, "#x" skipped, pairs of hexadecimal digits: a trailing
-// odd character is ignored, a non-digit ends a pair's number. Written back in capitals.
+// Hex digit pairs after the first "#" and an "x"; an odd last digit is ignored, a non-digit ends a pair.
 TEST(SmartCardTypes, CardBytesText) {
     const std::pair<const wchar_t*, const wchar_t*> cases[] = {
         {L"#x3b8f0", L"#x3B8F"}, {L"ab#x01", L"#x01"},       {L"#xG3", L"#x00"},
@@ -71,8 +68,7 @@ TEST(SmartCardTypes, CardBytesText) {
     }
 }
 
-// Checked both ways round. Only the bits both masks set count, up to the
-// shorter mask (an empty one matches everything); a missing ATR byte is 0.
+// Both ways round: only bits both masks set count, up to the shorter mask; a missing ATR byte is 0.
 TEST(SmartCardTypes, MaskedAtrsMatchOnTheBitsBothMasksSet) {
     using Case = std::tuple<CardBytes, CardBytes, CardBytes, CardBytes, bool>;
     const Case cases[] = {{{0x3B, 0x01}, {0xFF, 0xFF}, {0x3B, 0x01}, {0xFF, 0xFF}, true},
@@ -88,8 +84,7 @@ TEST(SmartCardTypes, MaskedAtrsMatchOnTheBitsBothMasksSet) {
     }
 }
 
-// The later of two rows counts; a card is left out for each defect of its rows or name (no
-// mask, no "#": shown by the Wine tests).
+// The later of two rows counts; cards with a defect are left out (no mask, no "#": Wine tests).
 TEST(SmartCardTypes, CardsAndTheirKeys) {
     CardRowsByName rows;
     AddCardRow(rows, L"Vendor\\Model", L"ATR", L"#x3B00");
@@ -128,8 +123,7 @@ CardBytes Utf16(std::wstring_view text) {
     return bytes;
 }
 
-// The installer's reading of these texts is shown by the Wine tests; here
-// the forms they do not meet.
+// Value texts of the forms the Wine tests do not meet.
 TEST(SmartCardTypes, RegistryValueText) {
     EXPECT_EQ(RegistryValueText(kRegTypeString, Utf16(std::wstring_view(L"ab\0c", 4))), L"ab");
     EXPECT_EQ(RegistryValueText(kRegTypeMultiString, Utf16(std::wstring_view(L"a\0\0b\0", 5))), L"[~]a[~]");

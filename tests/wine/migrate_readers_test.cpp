@@ -1,5 +1,4 @@
-// MigrateReaders in installer sessions: the properties it sets from what an
-// earlier installation left below the provider's configuration key.
+// MigrateReaders: the properties it sets from what an earlier installation left in the registry.
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -33,8 +32,7 @@ protected:
         }
     }
 
-    // On a new package whose RegReaders rows are `readers` (Type, Name, Condition), or
-    // that has no such table, in a session where the properties `preset` are "pkg".
+    // On a new package with `readers` (Type, Name, Condition) or no RegReaders; `preset` are "pkg".
     UINT Run(const std::optional<Rows>& readers, const std::vector<std::wstring>& preset = {}) {
         session_.reset();
         package_ = std::make_unique<TestPackage>();

@@ -1,5 +1,4 @@
-// ProcessRegReaders on a package without a RegReaders table, and without a session; what it
-// makes of the table's rows is shown with the smart-card type registration it ends with.
+// ProcessRegReaders without a RegReaders table or a session (its rows: smart_card_types_test).
 #include <gtest/gtest.h>
 
 #include "library.h"
@@ -9,8 +8,7 @@
 namespace harness {
 namespace {
 
-// Without the table (or a session) the action fails with the thread's last error, and the
-// smart-card types are not registered either.
+// Both fail with the thread's last error, and no smart-card type is registered.
 TEST(ProcessRegReadersTest, WithoutRegReadersTableFailsWithTheLastError) {
     TestPackage package;
     package.AddStandardTables();
