@@ -1,16 +1,13 @@
-// ProcessRegReaders, with the smart-card type registration it ends with, in costed sessions: the
-// temporary rows and the messages; and UninstallSmartCard in both registry views.
+// ProcessRegReaders and its card type registration in costed sessions; UninstallSmartCard.
 #include <gtest/gtest.h>
 
 #include <array>
-#include <numeric>
 #include <set>
 
 #include "action_session.h"
 #include "library.h"
 #include "machine.h"
 #include "message_recorder.h"
-#include "readers/calais_registration.h"
 #include "test_package.h"
 
 namespace harness {
@@ -119,28 +116,19 @@ TEST_F(SmartCardTypes, ProcessRegReadersAddsReaderRowsAndRegistersCardsOverwriti
     std::vector<std::vector<std::wstring>> readers = {
         {L"KeyCarriers", L"Flash", L"-", L"flash.dll", L"On", L"1", L""},
         {L"KeyCarriers", L"Flash", L"Plugin", L"plug.dll", L"On", L"VersionNT64", L"ABLIST"},
-        {L"Random", L"Bio", L"Unset", L"u", L"On", L"NOT NOSUCHPROP", L"NOSUCHLIST"},
-        // Left out silently: condition false, component not installed or unknown.
+        // Left out silently: condition false, component not installed.
         {L"KeyCarriers", L"False", L"P", L"v", L"On", L"NOSUCHPROP", L""},
         {L"KeyCarriers", L"NotLocal", L"P", L"v", L"Off", L"1", L""},
-        {L"KeyCarriers", L"Unknown", L"P", L"v", L"NoSuchComponent", L"1", L""},
-        // Left out and reported: conditions the installer cannot evaluate.
-        {L"KeyCarriers", L"EmptyCondition", L"P", L"v", L"On", L"", L""},
+        // Left out and reported: a condition the installer cannot evaluate.
         {L"KeyCarriers", L"BadCondition", L"P", L"v", L"On", L"(((", L""},
         // The second row of the same identifier fails, is reported, and the walk goes on.
         {L"KeyDevices", L"Twice", L"P", L"v", L"On", L"1", L"TWICELIST"}};
     // Cards: name, ATR, Mask (component "Off"), "CalaisRegistered" condition ("On"); null: no row.
     const std::array<const wchar_t*, 4> cardTable[] = {
-        {L"Token", L"#x3b8f0", L"#xFFFF", L"1"},
-        {L"Vendor\\Model", L"#x3C01", L"#xFF00", L"ProductName"},
-        {L"Off", L"#x3D01", L"#xFFFF", L"0"},
-        {L"No condition", L"#x3D02", L"#xFFFF", L""},
-        {L"Unmarked", L"#x3D03", L"#xFFFF", nullptr},
-        {L"No mask", L"#x3B02", nullptr, L"1"},
-        {L"No hash", L"3B03", L"#xFFFF", L"NOHASH"},
-        {L"X", L"#x3B01", L"#xFFFF", L"1"},
-        {L"Y", L"#x3B05", L"#xFFFF", L"1"},
-        {L"E", L"#x3F02", L"#x", L"1"},
+        {L"Token", L"#x3b8f0", L"#xFFFF", L"1"}, {L"Vendor\\Model", L"#x3C01", L"#xFF00", L"ProductName"},
+        {L"Off", L"#x3D01", L"#xFFFF", L"0"},    {L"No condition", L"#x3D02", L"#xFFFF", L""},
+        {L"No mask", L"#x3B02", nullptr, L"1"},  {L"No hash", L"3B03", L"#xFFFF", L"NOHASH"},
+        {L"X", L"#x3B01", L"#xFFFF", L"1"},      {L"Y", L"#x3B05", L"#xFFFF", L"1"},
         {L"W", L"#x3D01", L"#xFFFF", L"1"}};
     for (const auto& [name, atr, mask, condition] : cardTable) {
         for (const auto& [parameter, value] : {std::pair{L"ATR", atr}, {L"Mask", mask}}) {
@@ -152,66 +140,48 @@ TEST_F(SmartCardTypes, ProcessRegReadersAddsReaderRowsAndRegistersCardsOverwriti
             readers.push_back({L"SmartCards", name, L"CalaisRegistered", L"1", L"On", condition, L""});
         }
     }
-    std::multiset<std::wstring> lines; // each row is logged as its fields, each followed by ";"
     for (const auto& row : readers) {
-        package.Sql(
-            L"INSERT INTO `RegReaders` (`Type`, `Name`, `Parameter`, `Value`, `Component_`, `Condition`, "
-            L"`ListProperty`) VALUES (?, ?, ?, ?, ?, ?, ?)",
-            row);
-        lines.insert(
-            std::accumulate(row.begin(), row.end(), std::wstring(),
-                            [](const std::wstring& line, const auto& field) { return line + field + L";"; }));
+        package.Sql(L"INSERT INTO `RegReaders` (`Type`, `Name`, `Parameter`, `Value`, `Component_`, "
+                    L"`Condition`, `ListProperty`) VALUES (?, ?, ?, ?, ?, ?, ?)",
+                    row);
     }
     package.Commit();
     package.Close();
-    // Also the provider's own and a maskless one (overlapping nothing). X overlaps Other32, Y
-    // Other64 (through its mask), W the provider's own; E's empty mask overlaps all.
+    // Also the provider's own. X overlaps Other32, Y Other64 (through its mask), W the provider's own.
     WriteValues(kCalais32 + L"\\SmartCards\\Other32", kOther32);
     WriteValues(kCards + L"Other64", kOther64);
     WriteValues(kCards + L"NV_Own", {{L"ATR", Binary({0x3D, 0x01})}, {L"ATRMask", Binary({0xFF, 0xFF})}});
-    WriteValues(kCards + L"Maskless", {{L"ATR", Binary({0x3F, 0x01})}});
 
-    // Installed, nothing is installed locally and no card type is registered.
-    EXPECT_EQ(Run(package.path(), L"Installed", L"1"), 0u);
-    EXPECT_EQ(RegistryRows(), Rows{});
-    const std::wstring flash = kKey + L"KeyCarriers\\Flash", bio = kKey + L"Random\\Bio";
+    const std::wstring flash = kKey + L"KeyCarriers\\Flash";
     const std::wstring twice = kKey + L"KeyDevices\\Twice\\A";
     const Rows readerRows = {{flash + L"\\", L"2", flash, L"", L"flash.dll", L"On"},
                              {flash + L"\\A\\Plugin", L"2", flash + L"\\A", L"Plugin", L"plug.dll", L"On"},
                              {flash + L"\\ B\\Plugin", L"2", flash + L"\\ B", L"Plugin", L"plug.dll", L"On"},
-                             {bio + L"\\\\Unset", L"2", bio + L"\\", L"Unset", L"u", L"On"},
                              {twice + L"\\P", L"2", twice, L"P", L"v", L"On"}};
     // A value without "#" fails the action before any card row is added.
     EXPECT_EQ(Run(package.path(), L"NOHASH", L"1"), static_cast<UINT>(ERROR_INSTALL_FAILURE));
     EXPECT_EQ(RegistryRows(), readerRows);
-    EXPECT_EQ(messages_.OfType(INSTALLMESSAGE_ERROR).size(), 7u);
 
     Rows cards = readerRows;
     cards.merge(CardRows(L"NV_Token", L"#x3B8F", L"#xFFFF"));
     cards.merge(CardRows(L"NV_Vendor_Model", L"#x3C01", L"#xFF00"));
-    for (const wchar_t* overwrite : {L"", L"0", L"yes"}) {
-        EXPECT_EQ(Run(package.path(), L"OVERWRITEWL", overwrite), 0u);
-        EXPECT_EQ(RegistryRows(), cards) << overwrite;
-        EXPECT_EQ(RemovalRows(), Rows{}) << overwrite;
-    }
+    EXPECT_EQ(Run(package.path(), L"OVERWRITEWL", L""), 0u);
+    EXPECT_EQ(RegistryRows(), cards);
+    EXPECT_EQ(RemovalRows(), Rows{});
     // The card types' "CalaisRegistered" row without a condition is reported as invalid too.
     const auto errors = messages_.FieldsOf(INSTALLMESSAGE_ERROR);
-    ASSERT_EQ(errors.size(), 6u);
-    const std::wstring code = errors[2][3];
+    ASSERT_EQ(errors.size(), 5u);
+    const std::wstring code = errors[1][3];
     EXPECT_NE(code, L"0");
     const Row invalid = {L"666", L"ProcessRegReaders", L"Invalid Condition in RegReader Table", L"13"};
     EXPECT_EQ(errors, (std::vector<Row>{invalid,
-                                        invalid,
                                         {L"666", L"WriteToTable", L"WriteToRegistry()", code},
                                         {L"666", L"PrepareToWrite", L"PrepareToWrite() fail", code},
                                         invalid,
                                         {L"666", L"ProcessCalaisRegitration",
                                          L"Card type 'No mask' has no Mask row", L"13"}}));
-    const std::vector<std::wstring> logged = messages_.InfoTexts();
-    EXPECT_EQ(std::multiset(logged.begin(), logged.end()), lines);
 
     EXPECT_EQ(Run(package.path(), L"OVERWRITEWL", L"1"), 0u);
-    cards.merge(CardRows(L"NV_E", L"#x3F02", L"#x"));
     for (const auto& [card, atr] : {std::pair{L"X", L"#x3B01"}, {L"Y", L"#x3B05"}, {L"W", L"#x3D01"}}) {
         cards.merge(CardRows(std::wstring(L"NV_") + card, atr, L"#xFFFF"));
     }
@@ -224,7 +194,22 @@ TEST_F(SmartCardTypes, ProcessRegReadersAddsReaderRowsAndRegistersCardsOverwriti
     EXPECT_EQ(RemovalRows(),
               (Rows{{L"_REMOVE_" + kCards + L"Other32", L"2", kCards + L"Other32", L"-", L"nvcsp"},
                     {L"_64__REMOVE_" + kCards + L"Other64", L"2", kCards + L"Other64", L"-", L"nvcsp64"}}));
-    EXPECT_EQ(setuputils::ProcessCalaisRegitration(0), 0x80090005u); // no properties to read
+}
+
+// Without its table it fails with the thread's last error, and no smart-card type is registered.
+TEST_F(SmartCardTypes, ProcessRegReadersWithoutItsTableFailsWithTheLastError) {
+    TestPackage package;
+    package.AddStandardTables();
+    package.AddRegistryComponent(L"nvcsp", false);
+    package.Commit();
+    package.Close();
+    const UINT result = Run(package.path(), L"DefaultCSP80Name", kProvider);
+    EXPECT_EQ(messages_.FieldsOf(INSTALLMESSAGE_ERROR),
+              (std::vector<Row>{
+                  {L"666", L"ProcessRegReaders", L"ProcessRegReaders fail", std::to_wstring(result)}}));
+    EXPECT_EQ(RegistryRows(), Rows{});
+    SetLastError(12345);
+    EXPECT_EQ(library_.Action("ProcessRegReaders")(0), 12345u);
 }
 
 // The provider's card types (its name matched exactly) go and its backups come back, in both views.
@@ -233,41 +218,26 @@ TEST_F(SmartCardTypes, UninstallRemovesTheProvidersCardTypesAndRestoresItsBackup
         for (const auto& [key, provider] :
              {std::pair{L"SmartCards\\NV_A", kProvider},
               {L"SmartCards\\NV_B", L"norvane csp"},
-              {L"SmartCards\\NV_C", kProvider + L" "},
               {L"SmartCards\\Other", L"Other CSP"},
               {L"SmartCardsBackup\\backup_Norvane CSP\\Orig", L"Orig CSP"},
               {L"SmartCardsBackup\\backup_Other CSP\\Foreign", L"Foreign CSP"}}) {
             WriteRegistryString(HKEY_LOCAL_MACHINE, calais + L"\\" + key, L"Crypto Provider", provider);
         }
-        WriteRegistryDword(HKEY_LOCAL_MACHINE, calais + L"\\SmartCardsBackup\\backup_Norvane CSP\\Orig\\Sub",
-                           L"Deep", 7);
     }
     auto has = [](const std::wstring& calais, const std::wstring& card) {
         return RegistryKeyExists(HKEY_LOCAL_MACHINE, calais + L"\\SmartCards\\" + card);
     };
     ActionSession session;
-    EXPECT_EQ(session.library().Action("UninstallSmartCard")(0), 0u); // no provider name to read
     EXPECT_EQ(session.Run("UninstallSmartCard", L""), 0u);
     EXPECT_TRUE(has(kCalais, L"NV_A") && has(kCalais32, L"NV_A"));
-
-    // A card type it may not delete in the 32-bit view ends the action there, before the 64-bit
-    // view. (Wine grants DELETE whatever a key's list says: the card type holds a locked subkey.)
-    const std::wstring locked = kCalais32 + L"\\SmartCards\\NV_A\\Locked";
-    WriteRegistryDword(HKEY_LOCAL_MACHINE, locked, L"Value", 1);
-    ASSERT_EQ(SetKeySecurity(locked, L"D:(A;;KR;;;SY)(A;;WD;;;BA)"), ERROR_SUCCESS);
-    EXPECT_EQ(session.Run("UninstallSmartCard", kProvider), 0x80090010u);
-    EXPECT_TRUE(has(kCalais, L"NV_A"));
-    EXPECT_FALSE(has(kCalais32, L"Orig"));
-    ASSERT_EQ(SetKeySecurity(locked, L"D:(A;;KA;;;BA)"), ERROR_SUCCESS);
 
     EXPECT_EQ(session.Run("UninstallSmartCard", kProvider), 0u);
     for (const std::wstring& calais : {kCalais, kCalais32}) {
         SCOPED_TRACE(testing::PrintToString(calais));
         EXPECT_FALSE(has(calais, L"NV_A") || has(calais, L"Foreign"));
-        EXPECT_TRUE(has(calais, L"NV_B") && has(calais, L"NV_C") && has(calais, L"Other"));
+        EXPECT_TRUE(has(calais, L"NV_B") && has(calais, L"Other"));
         EXPECT_EQ(ReadRegistryString(HKEY_LOCAL_MACHINE, calais + L"\\SmartCards\\Orig", L"Crypto Provider"),
                   L"Orig CSP");
-        EXPECT_EQ(ReadRegistryDword(HKEY_LOCAL_MACHINE, calais + L"\\SmartCards\\Orig\\Sub", L"Deep"), 7u);
     }
 }
 
