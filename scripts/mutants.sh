@@ -31,7 +31,7 @@ first_tests() {
     case "$1" in
     src/frame/*) echo "session|install_service|remove_driver_package|windows" ;;
     src/drivers/*) echo "ks_|install_service|remove_driver_package|windows" ;;
-    src/readers/*) echo "reg_readers|smart_card_types|migrate_readers" ;;
+    src/readers/*) echo "smart_card_types|migrate_readers" ;;
     src/registry/* | src/profiles/*) echo "registry|profiles|windows" ;;
     src/services/*) echo "services" ;;
     src/provider/*) echo "provider_defaults|certificates" ;;

@@ -54,15 +54,11 @@ TEST(RegistryPathMap, EachLocationReachesItsKey) {
         {L"\\config\\Random", L"0 " + kConfig32 + L"\\Random"},
         {L"\\CONFIGURE", L"0 " + kConfig32 + L"URE"},
         {L"\\APPPATH\\a.dll", L"0 " + kConfig + L"\\AppPath\\a.dll"},
-        {L"\\APPPATH3", L"0 " + kConfig + L"\\AppPath3"},
         {L"\\Cryptography64\\Defaults", L"0 HKLM\\SOFTWARE\\Microsoft\\Cryptography\\Defaults flags 256"},
-        {L"\\CRYPTOGRAPHY6", L"0 HKLM\\SOFTWARE\\WOW6432Node\\Microsoft\\Cryptography6"},
         // Everything else is below the user's settings, "\LOCAL" dropped.
         {L"\\LOCAL\\Random\\Seed", L"0 HKLM\\" + kUserRoot + L"\\Random\\Seed user \\Random\\Seed"},
-        {L"\\local\\Random", L"0 HKLM\\" + kUserRoot + L"\\Random user \\Random"},
         {L"\\Random", L"0 HKLM\\" + kUserRoot + L"\\Random user \\Random"},
         {L"Random", L"0 HKLM\\" + kUserRoot + L"\\Random user Random"},
-        {L"\\LOCAL", L"0 HKLM\\" + kUserRoot + L" user "},
         {L"", L"0 HKLM\\" + kUserRoot + L" user "},
     };
     for (const auto& [input, resolved] : cases) {
@@ -75,11 +71,10 @@ TEST(RegistryPathMap, EachLocationReachesItsKey) {
     EXPECT_EQ(ResolveMappedPath(L"\\CONFIG", failing, unknown), kRegistryOk);
 }
 
+// Paths at their limits pass (one more: the Wine tests); a value name follows the last separator.
 TEST(RegistryPathMap, KeyAndValuePathsAreBounded) {
     std::wstring path(255, L'k');
     EXPECT_EQ(NormalizeKeyPath(path), kRegistryOk);
-    path.push_back(L'k');
-    EXPECT_EQ(NormalizeKeyPath(path), kRegistryBadArgument);
     path = L"SOFTWARE\\Norvane\\";
     EXPECT_EQ(NormalizeKeyPath(path), kRegistryOk);
     EXPECT_EQ(path, L"SOFTWARE\\Norvane");
@@ -90,31 +85,21 @@ TEST(RegistryPathMap, KeyAndValuePathsAreBounded) {
     EXPECT_EQ(SplitValuePath(L"\\CONFIG\\", key, value), kRegistryOk);
     EXPECT_EQ(key + L"|" + value, L"\\CONFIG|");
     EXPECT_EQ(SplitValuePath(std::wstring(260, L'\\'), key, value), kRegistryOk);
-    EXPECT_EQ(SplitValuePath(std::wstring(261, L'\\'), key, value), kRegistryBadArgument);
     EXPECT_EQ(SplitValuePath(L"NoSeparator", key, value), kRegistryBadArgument);
 }
 
+// The results the Wine tests do not meet; the rights of flags they do not use.
 TEST(RegistryStatusMap, RegistryResultsSpeakTheProvidersVocabulary) {
-    const std::pair<long, unsigned> cases[] = {{0, 0},   {234, 0},         {2, 2},
-                                               {259, 2}, {5, 0x80090010u}, {8, 0x8009000Eu},
-                                               {87, 87}, {3, 0x8009001Du}, {1018, 0x8009001Du}};
+    const std::pair<long, unsigned> cases[] = {{234, 0}, {259, 2}, {8, 0x8009000Eu}, {1018, 0x8009001Du}};
     for (const auto& [status, mapped] : cases) {
         EXPECT_EQ(MapRegistryStatus(status), mapped) << status;
     }
-}
-
-// Owner, access list and enumeration are the rights a new per-user root needs.
-TEST(RegistryAccessFlags, TranslateToRegistryRights) {
-    const std::pair<RegistryFlags, unsigned> cases[] = {{kRegReadValues, 0x1u},
-                                                        {kRegEnumerateSubkeys, 0x8u},
-                                                        {kRegWriteValues, 0x2u},
+    const std::pair<RegistryFlags, unsigned> flags[] = {{kRegEnumerateSubkeys, 0x8u},
                                                         {kRegDeleteTree, 0x10008u},
-                                                        {kRegCreateUserRoot, 0xC0008u},
-                                                        {kRegCreate, 0x2u},
                                                         {kRegCreate | kReg64BitView, 0x100u},
                                                         {0x10 | 0x80 | 0x4 | 0x1000000, 0x1020014u}};
-    for (const auto& [flags, rights] : cases) {
-        EXPECT_EQ(TranslateRegistryFlags(flags), rights) << flags;
+    for (const auto& [flag, rights] : flags) {
+        EXPECT_EQ(TranslateRegistryFlags(flag), rights) << flag;
     }
 }
 

@@ -1,22 +1,20 @@
-// The registry library against Wine's registry, the link and relocation
-// actions, and the access rights for app containers and low integrity.
+// The registry library against Wine's registry, the link and relocation actions, access rights.
 #include <gtest/gtest.h>
 
-#include <aclapi.h>
+#include <windows.h>
+
 #include <sddl.h>
 
 #include <set>
-#include <string>
+#include <tuple>
 
 #include "action_session.h"
-#include "frame/windows_version.h"
 #include "machine.h"
 #include "profiles/access_rights.h"
 #include "registry/registry_library.h"
 #include "registry/registry_links.h"
 #include "security_text.h"
 #include "snapshot.h"
-#include "test_package.h"
 
 namespace harness {
 namespace {
@@ -30,18 +28,22 @@ const std::wstring kUserSid = L"S-1-5-21-0-0-0-1000"; // every program in the pr
 const std::wstring kProviderNode = L"SOFTWARE\\WOW6432Node\\Norvane";
 const std::wstring kSettings = kProviderNode + L"\\Settings"; // "\GLOBAL"
 const std::wstring kUserRoot = kSettings + L"\\Users\\" + kUserSid;
-// Full access, inherited by subkeys, for creator owner, local system and the
-// user; from NT 6.2 on all application packages come first.
+// Full inherited access for creator owner, system and the user; from NT 6.2 all app packages first.
 const std::wstring kOwnerSystemUser = L"D:(A;CI;KA;;;CO)(A;CI;KA;;;SY)(A;CI;KA;;;" + kUserSid + L")";
 const std::wstring kPackagesFirst = L"D:(A;CI;KA;;;AC)" + kOwnerSystemUser.substr(2);
+const std::wstring kSessionManager = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\";
+const std::wstring kControlService = L"SYSTEM\\CurrentControlSet\\Services\\NvnCtrl";
+const std::wstring kLinkTargets =
+    L"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\NvnCtrl\\Parameters\\";
+const std::wstring kLists[] = {L"NvnIntegrity", L"NvnPatches", L"NvnExclude"};
+const std::wstring kNativeSub = L"Software\\Norvane\\Sub";
 
-// "name:type:data" (data as UTF-16, terminators kept) of each entry a walk
-// gives; `end` gets the status that stopped it (0 if it went on too long).
-Entries Walk(const std::wstring& path, bool subkeys, RegistryStatus& end) {
+// "name:type:UTF-16 data" of each entry walked, and "end <the status that stopped the walk>".
+Entries Walk(const std::wstring& path) {
     MappedKeyEnumeration walk;
     Entries found;
     RegistryValue entry;
-    end = walk.Open(path, subkeys);
+    RegistryStatus end = walk.Open(path, false);
     for (int step = 0; end == 0 && step < 8; ++step) {
         if ((end = walk.Next(entry)) == 0) {
             const std::wstring data(reinterpret_cast<const wchar_t*>(entry.data.data()),
@@ -49,6 +51,7 @@ Entries Walk(const std::wstring& path, bool subkeys, RegistryStatus& end) {
             found.insert(entry.name + L":" + std::to_wstring(entry.type) + L":" + data);
         }
     }
+    found.insert(L"end " + std::to_wstring(end));
     return found;
 }
 
@@ -63,98 +66,60 @@ Lines LinkLines(const std::wstring& path, const std::wstring& target) {
     return {L"HKLM\\" + path, L"HKLM\\" + path + L" [SymbolicLinkValue] type 6 '" + target + L"'"};
 }
 
-class RegistryLibraryTest : public ::testing::Test {
+// What a test leaves goes afterwards, a link as a link: deleting one by name would delete its target.
+class RegistryTest : public ::testing::Test {
 protected:
-    ~RegistryLibraryTest() override {
-        DeleteRegistryLink(kSettings + L"\\To\\B\\Link", true);
-        DeleteRegistryTree(kHklm, kProviderNode);
-        DeleteRegistryTree(HKEY_CLASSES_ROOT, L"WOW6432Node\\CLSID\\" + classId_);
+    ~RegistryTest() override {
+        for (const std::wstring& path :
+             {kSessionManager + kLists[0], kSessionManager + kLists[1], kSessionManager + kLists[2],
+              kControlService, kNativeSub, L"Software\\Norvane"s, kProviderNode}) {
+            DeleteRegistryLink(path, false);
+            DeleteRegistryTree(kHklm, path);
+        }
     }
 
-    const std::wstring classId_ = NewGuid();
+    ActionSession session_;
 };
 
-// The statuses are the numbers the provider's packages check for. The real
-// path may hold 255 characters, key and value name together 260. Wine
-// enforces access lists: a key only local system may read is denied.
-TEST_F(RegistryLibraryTest, StatusesAreTheProvidersNumbers) {
-    WriteRegistryString(kHklm, kSettings + L"\\Present", L"Other", L"1");
-    WriteRegistryString(kHklm, kSettings + L"\\Locked", L"Secret", L"1");
-    ASSERT_EQ(SetKeySecurity(kSettings + L"\\Locked", L"D:(A;;KR;;;SY)(A;;WD;;;BA)"), 0);
-    const std::wstring longestKey = L"\\GLOBAL\\" + std::wstring(255 - kSettings.size() - 1, L'k');
-    const std::wstring longestValue = L"\\GLOBAL\\Present\\" + std::wstring(260 - 16, L'v');
-    MappedKey key;
-    RegistryValue value;
-    const std::pair<RegistryStatus, RegistryStatus> cases[] = {
-        {GetMappedValue(L"\\GLOBAL\\Absent\\Value", value), 2},
-        {GetMappedValue(L"\\GLOBAL\\Present\\Value", value), 2},
-        {OpenMappedKey(longestKey, kRegReadValues, key), 2},
-        {OpenMappedKey(longestKey + L"k", kRegReadValues, key), 87},
-        {GetMappedValue(longestValue, value), 2},
-        {GetMappedValue(longestValue + L"v", value), 87},
-        {OpenMappedKey(L"\\LICENSE\\InprocServer32\\{short", kRegReadValues, key), 0x8009001D},
-        {GetMappedValue(L"\\GLOBAL\\Locked\\Secret", value), 0x80090010},
-        {DeleteMappedTree(L"\\GLOBAL\\Locked"), 0x80090010},
-        {DeleteMappedTree(L"\\GLOBAL\\Absent"), 2},
-        {MappedKeyEnumeration().Next(value), 87}};
-    for (std::size_t i = 0; i < std::size(cases); ++i) {
-        EXPECT_EQ(cases[i].first, cases[i].second) << "case " << i;
-    }
-    ASSERT_EQ(SetKeySecurity(kSettings + L"\\Locked", L"D:(A;;KA;;;BA)"), 0);
-}
-
-// Per-user paths, with or without "\LOCAL", share the user's root; a walk
-// gives values with their data, or subkey names, however long, and ends with
-// 2. The registry matches value names case-insensitively; "InprocServer32"
-// alone is looked for by its exact spelling, also behind a long name.
-TEST_F(RegistryLibraryTest, ValuesAreWrittenReadAndWalked) {
+// Per-user paths share the user's root; a walk gives the values, however long, then 2;
+// statuses are the provider's numbers; a tree is deleted as keys (a link goes, its target stays).
+TEST_F(RegistryTest, LibraryWritesReadsWalksAndDeletes) {
     ASSERT_EQ(SetMappedStringValue(L"\\LOCAL\\Random\\Seed", L"x"), 0u);
     ASSERT_EQ(SetMappedStringValue(L"\\GLOBAL\\Walk\\Name", L"text"), 0u);
     ASSERT_EQ(SetMappedBinaryValue(L"\\GLOBAL\\Walk\\Blob", std::vector<std::uint8_t>{7, 8}), 0u);
-    ASSERT_EQ(SetMappedStringValue(L"\\GLOBAL\\Walk\\One\\Inner", L"1"), 0u);
-    ASSERT_EQ(SetMappedStringValue(L"\\GLOBAL\\Walk\\Two\\Inner", L"2"), 0u);
     const std::wstring longName(300, L'A');
     WriteRegistryString(kHklm, kSettings + L"\\Walk", longName, L"long");
-    RegistryStatus end = 0;
-    EXPECT_EQ(Walk(L"\\Random", false, end), Entries{L"Seed:1:x\0"s});
     EXPECT_EQ(ReadRegistryString(kHklm, kUserRoot + L"\\Random", L"Seed"), L"x");
-    EXPECT_EQ(Walk(L"\\GLOBAL\\Walk", false, end),
-              (Entries{L"Blob:3:\x0807", L"Name:1:text\0"s, longName + L":1:long\0"s}));
-    EXPECT_EQ(end, 2u);
-    EXPECT_EQ(Walk(L"\\GLOBAL\\Walk", true, end), (Entries{L"One:0:", L"Two:0:"}));
-    EXPECT_EQ(end, 2u);
-    Walk(L"\\GLOBAL\\Absent", true, end);
-    EXPECT_EQ(end, 2u);
+    EXPECT_EQ(Walk(L"\\GLOBAL\\Walk"),
+              (Entries{L"Blob:3:\x0807", L"Name:1:text\0"s, longName + L":1:long\0"s, L"end 2"}));
 
-    const std::wstring classKey = L"WOW6432Node\\CLSID\\" + classId_ + L"\\InprocServer32";
-    const std::wstring classPath = L"\\LICENSE\\InprocServer32\\" + classId_ + L"\\";
-    WriteRegistryString(HKEY_CLASSES_ROOT, classKey, longName, L"long");
-    WriteRegistryString(HKEY_CLASSES_ROOT, classKey, L"inprocserver32", L"lower");
-    RegistryValue found;
-    EXPECT_EQ(GetMappedValue(classPath + L"InprocServer32", found), 2u);
-    EXPECT_EQ(GetMappedValue(classPath + L"INPROCSERVER32", found), 0u);
-    DeleteRegistryTree(HKEY_CLASSES_ROOT, classKey);
-    WriteRegistryString(HKEY_CLASSES_ROOT, classKey, longName, L"long");
-    WriteRegistryString(HKEY_CLASSES_ROOT, classKey, L"InprocServer32", L"exact");
-    EXPECT_EQ(GetMappedValue(classPath + L"InprocServer32", found), 0u);
-    EXPECT_EQ(found.data.size(), 12u) << "exact, with its terminator";
-}
+    // The real path may hold 255 characters, key and value name together 260.
+    WriteRegistryString(kHklm, kSettings + L"\\Locked", L"Secret", L"1");
+    ASSERT_EQ(SetKeySecurity(kSettings + L"\\Locked", L"D:(A;;KR;;;SY)(A;;WD;;;BA)"), 0);
+    MappedKey key;
+    RegistryValue value;
+    const RegistryStatus statuses[] = {
+        GetMappedValue(L"\\GLOBAL\\Absent\\Value", value),
+        GetMappedValue(L"\\GLOBAL\\Walk\\Value", value),
+        OpenMappedKey(L"\\GLOBAL\\" + std::wstring(255 - kSettings.size(), L'k'), kRegReadValues, key),
+        GetMappedValue(L"\\GLOBAL\\Walk\\" + std::wstring(260 - 12, L'v'), value),
+        OpenMappedKey(L"\\LICENSE\\InprocServer32\\{short", kRegReadValues, key),
+        GetMappedValue(L"\\GLOBAL\\Locked\\Secret", value),
+        DeleteMappedTree(L"\\GLOBAL\\Locked")};
+    EXPECT_EQ(std::vector(std::begin(statuses), std::end(statuses)),
+              (std::vector<RegistryStatus>{2, 2, 87, 87, 0x8009001D, 0x80090010, 0x80090010}));
+    ASSERT_EQ(SetKeySecurity(kSettings + L"\\Locked", L"D:(A;;KA;;;BA)"), 0);
 
-// A tree is deleted as keys: a link in it goes, what it leads to stays.
-TEST_F(RegistryLibraryTest, TreesAreDeletedWithoutFollowingLinks) {
     WriteRegistryString(kHklm, kProviderNode + L"\\Target", L"Kept", L"1");
     WriteRegistryString(kHklm, kSettings + L"\\To\\B", L"b", L"1");
     MakeLink(kSettings + L"\\To\\B\\Link", L"\\Registry\\Machine\\" + kProviderNode + L"\\Target");
-    ASSERT_EQ(ReadRegistryString(kHklm, kSettings + L"\\To\\B\\Link", L"Kept"), L"1");
     EXPECT_EQ(DeleteMappedTree(L"\\GLOBAL\\To"), 0u);
     EXPECT_FALSE(RegistryKeyExists(kHklm, kSettings + L"\\To"));
     EXPECT_EQ(ReadRegistryString(kHklm, kProviderNode + L"\\Target", L"Kept"), L"1");
 }
 
-// Wine 8.0's ntdll has no RtlDeriveCapabilitySidsFromName, so the
-// "registryRead" entry of NT 6.3+ is left out there.
+// Wine 8.0 has no RtlDeriveCapabilitySidsFromName: the "registryRead" entry (NT 6.3+) is left out.
 TEST(RegistrySettingsAcl, EntriesFollowTheSystemVersion) {
-    ASSERT_TRUE(GetProcAddress(GetModuleHandleW(L"ntdll"), "RtlDeriveCapabilitySidsFromName") == nullptr);
     for (const auto& [version, packages] :
          {std::pair{NtVersion{6, 1}, false}, {{6, 2}, true}, {{6, 3}, true}, {{10, 0}, true}}) {
         EXPECT_EQ(AclText(static_cast<PACL>(BuildSettingsKeyAcl(version).get())),
@@ -164,93 +129,43 @@ TEST(RegistrySettingsAcl, EntriesFollowTheSystemVersion) {
     }
 }
 
-// A protected key gets the list of the running version, new (the user's root
-// and a key below it) or not. Wine 8.0 ignores the descriptor given to
-// RegCreateKeyExW: the list seen is the one set afterwards.
-void ExpectProtectedKeys(DWORD major, const std::wstring& expected) {
-    ASSERT_EQ(GetNtVersion().major, major) << "the test prefix reports the wrong Windows version";
+// Protected keys, new or not, get the running version's list (Wine 8.0 ignores the descriptor
+// given to RegCreateKeyExW: the list seen is the one set afterwards).
+using RegistryAccessListOnWindows10 = RegistryTest;
+TEST_F(RegistryAccessListOnWindows10, LetsAllAppPackagesInFirst) {
     MappedKey key;
     ASSERT_EQ(OpenMappedKey(L"\\LOCAL\\New", kRegCreateUserRoot, key), 0u);
-    EXPECT_EQ(key.flags, 0x11020u);
     WriteRegistryString(kHklm, kSettings + L"\\Shared", L"Plain", L"1");
     ASSERT_EQ(OpenMappedKey(L"\\GLOBAL\\Shared", kRegCreateUserRoot, key), 0u);
     for (const std::wstring& path : {kUserRoot, kUserRoot + L"\\New", kSettings + L"\\Shared"}) {
-        EXPECT_EQ(KeyDaclText(kHklm, path), expected) << path;
+        EXPECT_EQ(KeyDaclText(kHklm, path), kPackagesFirst) << path;
     }
 }
-using RegistryAccessListOnWindows7 = RegistryLibraryTest;
-using RegistryAccessListOnWindows10 = RegistryLibraryTest;
-TEST_F(RegistryAccessListOnWindows7, HasNoAppPackagesEntry) {
-    ExpectProtectedKeys(6, kOwnerSystemUser);
-}
-TEST_F(RegistryAccessListOnWindows10, LetsAllAppPackagesInFirst) {
-    ExpectProtectedKeys(10, kPackagesFirst);
-}
 
-const std::wstring kSessionManager = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\";
-const std::wstring kControlService = L"SYSTEM\\CurrentControlSet\\Services\\NvnCtrl";
-const std::wstring kLinkTargets =
-    L"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\NvnCtrl\\Parameters\\";
-const std::wstring kLists[] = {L"NvnIntegrity", L"NvnPatches", L"NvnExclude"};
-const std::wstring kNativeSub = L"Software\\Norvane\\Sub";
-
-// The exported actions in a session. What they leave goes afterwards, a link
-// as a link: deleting one by name would delete its target.
-class ActionTest : public ::testing::Test {
-protected:
-    ~ActionTest() override {
-        for (const std::wstring& path :
-             {kSessionManager + kLists[0], kSessionManager + kLists[1], kSessionManager + kLists[2],
-              kControlService, kNativeSub, std::wstring(L"Software\\Norvane"), kProviderNode}) {
-            DeleteRegistryLink(path, false);
-            DeleteRegistryTree(kHklm, path);
-        }
-    }
-    ActionSession session_;
-    const Watched lists_ = {{{kHklm, kSessionManager + kLists[0]},
-                             {kHklm, kSessionManager + kLists[1]},
-                             {kHklm, kSessionManager + kLists[2]},
-                             {kHklm, kControlService}},
-                            {},
-                            {}};
-};
-using NvnRelocateTest = ActionTest;
-using NvnLinkTest = ActionTest;
-using AccessRightsTest = ActionTest;
-
-// Relocated, the lists live below the parameters key and links stand at
-// their old places; relocating again changes nothing, reverting restores
-// them. Without the parameters key a revert deletes only the links.
-TEST_F(NvnRelocateTest, MovesTheListsLeavingLinksAndRevertBringsThemBack) {
+// Relocated lists move below the parameters key, links at their places; revert restores them.
+TEST_F(RegistryTest, NvnRelocateMovesTheListsLeavingLinksAndRevertBringsThemBack) {
+    Watched lists = {{{kHklm, kControlService}}, {}, {}};
     for (const auto& list : kLists) {
+        lists.keys.emplace_back(kHklm, kSessionManager + list);
         WriteRegistryString(kHklm, kSessionManager + list + L"\\Entry", L"Path", list);
     }
-    const Snapshot before = TakeSnapshot(lists_);
+    const Snapshot before = TakeSnapshot(lists);
     EXPECT_EQ(session_.Run("NvnRelocate"), 0u);
-    const Snapshot relocated = TakeSnapshot(lists_);
+    const Snapshot relocated = TakeSnapshot(lists);
     for (const auto& list : kLists) {
         for (const std::wstring& line : LinkLines(kSessionManager + list, kLinkTargets + list)) {
             EXPECT_EQ(relocated.count(line), 1u) << line;
         }
         const std::wstring moved = L"HKLM\\" + kControlService + L"\\Parameters\\" + list + L"\\Entry";
         EXPECT_EQ(relocated.count(moved + L" [Path] type 1 '" + list + L"|'"), 1u) << list;
-        // A link, not a copy: what is at the new place shows at the old one.
-        EXPECT_EQ(ReadRegistryString(kHklm, kSessionManager + list + L"\\Entry", L"Path"), list);
     }
-    EXPECT_EQ(session_.Run("NvnRelocate"), 0u);
-    EXPECT_EQ(TakeSnapshot(lists_), relocated);
     EXPECT_EQ(session_.Run("NvnRevert"), 0u);
-    EXPECT_EQ(SnapshotChanges(before, TakeSnapshot(lists_)), (Lines{L"+ HKLM\\" + kControlService}));
-    DeleteRegistryTree(kHklm, kSessionManager + kLists[0]);
-    const Snapshot unlinked = TakeSnapshot(lists_);
-    MakeLink(kSessionManager + kLists[0], kLinkTargets + kLists[0]);
-    EXPECT_EQ(session_.Run("NvnRevert"), 0u);
-    EXPECT_EQ(TakeSnapshot(lists_), unlinked);
+    EXPECT_EQ(SnapshotChanges(before, TakeSnapshot(lists)), (Lines{L"+ HKLM\\" + kControlService}));
 }
 
 // Run again (a repair, a reinstall), NvnLink keeps the link it made: deleting
 // it by name would delete the shared settings. NvnUnlink leaves it too.
-TEST_F(NvnLinkTest, NativeKeyLeadsToTheThirtyTwoBitNodeAndStaysSo) {
+TEST_F(RegistryTest, NvnLinkLeadsTheNativeKeyToTheThirtyTwoBitNodeAndStaysSo) {
     WriteRegistryString(kHklm, kNativeSub, L"Stale", L"native");
     WriteRegistryString(kHklm, L"Software\\WOW6432Node\\Norvane\\Sub", L"Shared", L"32");
     const Lines link = LinkLines(kNativeSub, L"\\Registry\\Machine\\Software\\WOW6432Node\\Norvane\\Sub");
@@ -264,38 +179,29 @@ TEST_F(NvnLinkTest, NativeKeyLeadsToTheThirtyTwoBitNodeAndStaysSo) {
     }
 }
 
-// Wine refuses mandatory labels, so SetRegistryLow (which ignores the answer
-// by design) cannot be seen to work: the label it sets is checked.
-TEST_F(AccessRightsTest, LowIntegrityLabelIsOneInheritedNoWriteUpEntry) {
+// Wine refuses labels and SetNamedSecurityInfoW on files: SetRegistryLow's label (inherited, no
+// write-up, low) and AllAppPackageSecurity's merge (one entry first, the rest kept) are checked.
+TEST_F(RegistryTest, AccessRightsLowIntegrityLabelAndAppPackagesEntry) {
     LocalMemory descriptor = LowIntegrityLabelDescriptor();
     BOOL present = FALSE, defaulted = FALSE;
     PACL sacl = nullptr;
     SYSTEM_MANDATORY_LABEL_ACE* label = nullptr;
     ASSERT_TRUE(GetSecurityDescriptorSacl(descriptor.get(), &present, &sacl, &defaulted) && present &&
                 sacl->AceCount == 1 && GetAce(sacl, 0, reinterpret_cast<void**>(&label)));
-    EXPECT_EQ(label->Header.AceType, SYSTEM_MANDATORY_LABEL_ACE_TYPE);
-    EXPECT_EQ(label->Header.AceFlags, OBJECT_INHERIT_ACE | CONTAINER_INHERIT_ACE);
-    EXPECT_EQ(label->Mask, 1u) << "no write-up";
-    EXPECT_EQ(*GetSidSubAuthority(&label->SidStart, 0), 0x1000u) << "low integrity";
+    EXPECT_EQ(
+        std::tuple(label->Header.AceType, label->Header.AceFlags, label->Mask,
+                   *GetSidSubAuthority(&label->SidStart, 0)),
+        std::tuple(SYSTEM_MANDATORY_LABEL_ACE_TYPE, OBJECT_INHERIT_ACE | CONTAINER_INHERIT_ACE, 1u, 0x1000u));
     EXPECT_EQ(session_.Run("SetRegistryLow"), 0u);
-}
 
-// One entry more in a file's list; the file's own entries are all kept.
-// Wine's SetNamedSecurityInfoW changes nothing on files, so the merge
-// AllAppPackageSecurity makes is checked here.
-TEST_F(AccessRightsTest, AppPackagesEntryJoinsAFilesAccessList) {
-    const std::wstring file = MakeTempFolder(L"acl") + L"provider.dll";
-    WriteTextFile(file, "x");
+    LocalMemory lists, merged;
     PACL current = nullptr;
-    LocalMemory descriptor, merged;
-    ASSERT_EQ(GetNamedSecurityInfoW(file.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr,
-                                    &current, nullptr, reinterpret_cast<void**>(descriptor.put())),
-              0u);
+    ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:(A;;FA;;;SY)(A;OICI;FR;;;BU)",
+                                                                     SDDL_REVISION_1, lists.put(), nullptr) &&
+                GetSecurityDescriptorDacl(lists.get(), &present, &current, &defaulted));
     ASSERT_EQ(MergeAppPackagesEntry(current, merged), 0u);
-    std::wstring text = AclText(static_cast<PACL>(merged.get()));
-    const std::wstring entry = L"(A;OICI;0x1200a9;;;AC)";
-    ASSERT_NE(text.find(entry), std::wstring::npos) << text;
-    EXPECT_EQ(text.erase(text.find(entry), entry.size()), AclText(current));
+    EXPECT_EQ(AclText(static_cast<PACL>(merged.get())),
+              L"D:(A;OICI;0x1200a9;;;AC)(A;;FA;;;SY)(A;OICI;FR;;;BU)");
 }
 
 } // namespace

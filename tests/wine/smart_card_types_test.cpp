@@ -1,28 +1,23 @@
-// Smart-card type registration against a real installer session and Wine's
-// registry: the temporary rows ProcessCalaisRegitration adds (and what the
-// installer makes of them), and UninstallSmartCard in both registry views.
+// ProcessRegReaders and its card type registration in costed sessions; UninstallSmartCard.
 #include <gtest/gtest.h>
 
-#include <windows.h>
-
-#include <map>
-#include <memory>
-#include <string>
-#include <vector>
+#include <array>
+#include <set>
 
 #include "action_session.h"
-#include "frame/session.h"
+#include "library.h"
 #include "machine.h"
 #include "message_recorder.h"
-#include "readers/calais_registration.h"
 #include "test_package.h"
 
 namespace harness {
 namespace {
 
-using Rows = std::map<std::wstring, std::wstring>;
+using Row = std::vector<std::wstring>;
+using Rows = std::set<Row>;
 using Values = std::vector<std::pair<std::wstring, RegistryData>>;
 
+const std::wstring kKey = L"SOFTWARE\\Norvane\\Cryptography\\CurrentVersion\\";
 const std::wstring kProvider = L"Norvane CSP";
 const std::wstring kCalais = L"SOFTWARE\\Microsoft\\Cryptography\\Calais";
 const std::wstring kCalais32 = L"SOFTWARE\\WOW6432Node\\Microsoft\\Cryptography\\Calais";
@@ -38,8 +33,20 @@ void WriteValues(const std::wstring& key, const Values& values) {
     }
 }
 
-// Only the two keys: Wine keeps link keys below Calais that cannot be deleted
-// with the tree.
+// The Registry rows of one card in both views: identifier, key, name, value and component.
+Rows CardRows(const std::wstring& card, const std::wstring& atr, const std::wstring& mask) {
+    Rows rows;
+    for (const std::wstring view : {L"", L"_64_"}) {
+        for (const auto& [name, value] :
+             {std::pair{L"ATR", atr}, {L"ATRMask", mask}, {L"Crypto Provider", kProvider}}) {
+            rows.insert(Row{view + kCards + card + L"\\" + name, L"2", kCards + card, name, value,
+                            view.empty() ? L"nvcsp" : L"nvcsp64"});
+        }
+    }
+    return rows;
+}
+
+// Only the two keys: Wine keeps link keys below Calais that cannot be deleted with the tree.
 void ClearCardTypes() {
     for (const std::wstring& calais : {kCalais, kCalais32}) {
         DeleteRegistryTree(HKEY_LOCAL_MACHINE, calais + L"\\SmartCards");
@@ -47,119 +54,35 @@ void ClearCardTypes() {
     }
 }
 
-// The Registry rows of one card in both views, by identifier: the other fields joined by "|".
-Rows CardRows(const std::wstring& key, const std::wstring& atr, const std::wstring& mask) {
-    Rows rows;
-    for (const wchar_t* view : {L"", L"_64_"}) {
-        const std::wstring tail = std::wstring(L"|") + (*view ? L"nvcsp64" : L"nvcsp");
-        for (const auto& [name, value] :
-             {std::pair{L"ATR", atr}, {L"ATRMask", mask}, {L"Crypto Provider", kProvider}}) {
-            rows[view + kCards + key + L"\\" + name] = kCards + key + L"|" + name + L"|" + value + tail;
-        }
-    }
-    return rows;
-}
-
 class SmartCardTypes : public ::testing::Test {
 protected:
-    SmartCardTypes() {
-        ClearCardTypes();
-        package_.AddStandardTables();
-        package_.AddRegReadersTable();
-        package_.Sql(L"CREATE TABLE `RemoveRegistry` (`RemoveRegistry` CHAR(72) NOT NULL, `Root` SHORT, "
-                     L"`Key` CHAR(255) LOCALIZABLE, `Name` CHAR(255), `Component_` CHAR(72) "
-                     L"PRIMARY KEY `RemoveRegistry`)");
-        // The writers make their rows from a row the table holds already.
-        for (const wchar_t* table : {L"Registry", L"RemoveRegistry"}) {
-            package_.Insert(table, std::wstring(L"`") + table + L"`, `Root`, `Key`, `Name`, `Component_`",
-                            {{L"Package", L"#2", L"SOFTWARE\\Package", L"x", L"nvcsp"}});
-        }
-        package_.SetProperty(L"DefaultCSP80Name", kProvider);
-        package_.AddRegistryComponent(L"nvcsp", false);
-        package_.AddRegistryComponent(L"nvcsp64", true);
-    }
+    SmartCardTypes() { ClearCardTypes(); }
     ~SmartCardTypes() override { ClearCardTypes(); }
 
-    // Cards: name, "ATR" and "Mask" values (none when null), the condition of
-    // its "CalaisRegistered" row (none when null).
-    void AddCards(const std::vector<std::vector<const wchar_t*>>& cards) {
-        for (const auto& card : cards) {
-            for (int i = 1; i <= 3; ++i) {
-                if (card[i] != nullptr) {
-                    const wchar_t* parameter = i == 1 ? L"ATR" : i == 2 ? L"Mask" : L"CalaisRegistered";
-                    package_.Sql(L"INSERT INTO `RegReaders` (`Type`, `Name`, `Parameter`, `Value`, "
-                                 L"`Component_`, `Condition`) VALUES ('SmartCards', ?, ?, ?, 'nvcsp', ?)",
-                                 {card[0], parameter, i == 3 ? L"1" : card[i], i == 3 ? card[3] : L"1"});
-                }
-            }
-        }
-        package_.Commit();
-        package_.Close();
-    }
-
-    // Each session opens the package file anew, without an earlier session's rows.
-    UINT Register(const std::map<std::wstring, std::wstring>& properties = {}) {
-        session_ = std::make_unique<TestSession>(package_.path());
-        for (const auto& [name, value] : properties) {
-            session_->SetProperty(name, value);
-        }
+    // ProcessRegReaders in a new costed session (no earlier session's rows), `property` = `value`.
+    UINT Run(const std::wstring& package, const std::wstring& property, const std::wstring& value) {
+        session_ = std::make_unique<TestSession>(package);
+        session_->SetProperty(property, value);
+        session_->Cost();
         messages_.Clear();
-        return setuputils::ProcessCalaisRegitration(session_->get());
+        return library_.Action("ProcessRegReaders")(session_->get());
     }
 
     // The rows of `table` other than the package's own.
     Rows Added(const std::wstring& table, const std::wstring& fields) {
-        Rows rows;
-        for (const auto& row : session_->Rows(L"SELECT " + fields + L" FROM `" + table + L"`")) {
-            std::wstring joined;
-            for (std::size_t i = 1; i < row.size(); ++i) {
-                joined += (i > 1 ? L"|" : L"") + row[i];
-            }
-            if (row[0] != L"Package") {
-                rows[row[0]] = joined;
-            }
-        }
-        return rows;
+        const auto rows = session_->Rows(L"SELECT `" + table + L"`, `Root`, `Key`, `Name`, " + fields +
+                                         L" FROM `" + table + L"` WHERE `" + table + L"` <> 'Package'");
+        return {rows.begin(), rows.end()};
     }
-    Rows RegistryRows() { return Added(L"Registry", L"`Registry`, `Key`, `Name`, `Value`, `Component_`"); }
-    Rows RemovalRows() { return Added(L"RemoveRegistry", L"`RemoveRegistry`, `Key`, `Name`, `Component_`"); }
+    Rows RegistryRows() { return Added(L"Registry", L"`Value`, `Component_`"); }
+    Rows RemovalRows() { return Added(L"RemoveRegistry", L"`Component_`"); }
 
-    TestPackage package_;
+    SetupUtilsLibrary library_;
     std::unique_ptr<TestSession> session_;
     MessageRecorder messages_;
 };
 
-// Field reads of fetched records never fail in a real session, so the
-// "RecordGetString() fail" reports are not shown here.
-TEST_F(SmartCardTypes, RegistersTheCardsWhoseRegistrationHolds) {
-    AddCards({{L"Token", L"#x3b8f0", L"#xFFFF", L"1"},
-              {L"Vendor\\Model", L"#x3C01", L"#xFF00", L"ProductName"},
-              {L"Off", L"#x3D01", L"#xFFFF", L"0"},
-              {L"No condition", L"#x3D02", L"#xFFFF", L""},
-              {L"Unmarked", L"#x3D03", L"#xFFFF", nullptr},
-              {L"No mask", L"#x3B02", nullptr, L"1"},
-              {L"No hash", L"3B03", L"#xFFFF", L"NOHASH"}});
-    EXPECT_EQ(setuputils::ProcessCalaisRegitration(0), 0x80090005u); // no properties to read
-    EXPECT_EQ(Register({{L"Installed", L"1"}}), 0u);
-    EXPECT_EQ(RegistryRows(), Rows{});
-
-    EXPECT_EQ(Register(), 0u);
-    Rows expected = CardRows(L"NV_Token", L"#x3B8F", L"#xFFFF");
-    expected.merge(CardRows(L"NV_Vendor_Model", L"#x3C01", L"#xFF00"));
-    EXPECT_EQ(RegistryRows(), expected);
-    EXPECT_EQ(RemovalRows(), Rows{});
-    ASSERT_EQ(messages_.OfType(INSTALLMESSAGE_ERROR).size(), 1u);
-    EXPECT_EQ(messages_.OfType(INSTALLMESSAGE_ERROR)[0].text,
-              L"Action ProcessCalaisRegitration: Card type 'No mask' has no Mask row (13).");
-
-    // A value without "#" fails the action before any row is added.
-    EXPECT_EQ(Register({{L"NOHASH", L"1"}}), static_cast<UINT>(ERROR_INSTALL_FAILURE));
-    EXPECT_EQ(RegistryRows(), Rows{});
-    EXPECT_EQ(messages_.OfType(INSTALLMESSAGE_ERROR).size(), 2u);
-}
-
-// Other vendors' card types: one in the 32-bit view, and one in the 64-bit
-// view whose mask leaves the low half of its second byte out.
+// Other vendors' card types; the 64-bit one's mask leaves out the low half of its second byte.
 const Values kOther32 = {{L"ATR", Binary({0x3B, 0x01})},
                          {L"ATRMask", Binary({0xFF, 0xFF})},
                          {L"Flags", {REG_DWORD, {0xFF, 0xFF, 0xFF, 0xFF}}}};
@@ -167,101 +90,155 @@ const Values kOther64 = {{L"ATR", Binary({0x3B, 0x02})},
                          {L"ATRMask", Binary({0xFF, 0xF0})},
                          {L"Crypto Provider", RegistryText(L"#Other")}};
 
-// Besides those, the provider's own card type and one without a mask, which
-// overlaps nothing. X overlaps the 32-bit one, Y the 64-bit one through its
-// mask, W the provider's own; the empty mask of E overlaps all.
-TEST_F(SmartCardTypes, OverlappingCardsAreLeftOutOrReplaceTheOthersWhenOverwriting) {
-    AddCards({{L"X", L"#x3B01", L"#xFFFF", L"1"},
-              {L"Y", L"#x3B05", L"#xFFFF", L"1"},
-              {L"Z", L"#x3F01", L"#xFFFF", L"1"},
-              {L"E", L"#x3F02", L"#x", L"1"},
-              {L"W", L"#x3D01", L"#xFFFF", L"1"}});
+// Rows that apply give a Registry row per value; cards whose "CalaisRegistered" row holds are
+// registered in both views. The engine never fails a property's second read or a field read.
+TEST_F(SmartCardTypes, ProcessRegReadersAddsReaderRowsAndRegistersCardsOverwritingOnlyWhenAsked) {
+    TestPackage package;
+    package.AddStandardTables();
+    package.AddRegReadersTable();
+    package.AddDirectory(L"READERDIR", L"readers:.");
+    package.SetProperty(L"READERDIR", MakeTempFolder(L"rdr"));
+    package.AddFileComponent(L"On", L"READERDIR", L"on.dll");
+    package.AddFileComponent(L"Off", L"READERDIR", L"off.dll", L"Disabled", 0);
+    package.AddRegistryComponent(L"nvcsp", false);
+    package.AddRegistryComponent(L"nvcsp64", true);
+    package.Insert(L"Property", L"`Property`, `Value`",
+                   {{L"ABLIST", L"A, B"}, {L"TWICELIST", L"A,A"}, {L"DefaultCSP80Name", kProvider}});
+    package.Sql(L"CREATE TABLE `RemoveRegistry` (`RemoveRegistry` CHAR(72) NOT NULL, `Root` SHORT, "
+                L"`Key` CHAR(255) LOCALIZABLE, `Name` CHAR(255), `Component_` CHAR(72) "
+                L"PRIMARY KEY `RemoveRegistry`)");
+    // The writers make their rows from a row the table holds already.
+    for (const wchar_t* table : {L"Registry", L"RemoveRegistry"}) {
+        package.Insert(table, std::wstring(L"`") + table + L"`, `Root`, `Key`, `Name`, `Component_`",
+                       {{L"Package", L"#2", L"SOFTWARE\\Package", L"x", L"nvcsp"}});
+    }
+    // Type, Name, Parameter, Value, Component_, Condition, ListProperty.
+    std::vector<std::vector<std::wstring>> readers = {
+        {L"KeyCarriers", L"Flash", L"-", L"flash.dll", L"On", L"1", L""},
+        {L"KeyCarriers", L"Flash", L"Plugin", L"plug.dll", L"On", L"VersionNT64", L"ABLIST"},
+        // Left out silently: condition false, component not installed.
+        {L"KeyCarriers", L"False", L"P", L"v", L"On", L"NOSUCHPROP", L""},
+        {L"KeyCarriers", L"NotLocal", L"P", L"v", L"Off", L"1", L""},
+        // Left out and reported: a condition the installer cannot evaluate.
+        {L"KeyCarriers", L"BadCondition", L"P", L"v", L"On", L"(((", L""},
+        // The second row of the same identifier fails, is reported, and the walk goes on.
+        {L"KeyDevices", L"Twice", L"P", L"v", L"On", L"1", L"TWICELIST"}};
+    // Cards: name, ATR, Mask (component "Off"), "CalaisRegistered" condition ("On"); null: no row.
+    const std::array<const wchar_t*, 4> cardTable[] = {
+        {L"Token", L"#x3b8f0", L"#xFFFF", L"1"}, {L"Vendor\\Model", L"#x3C01", L"#xFF00", L"ProductName"},
+        {L"Off", L"#x3D01", L"#xFFFF", L"0"},    {L"No condition", L"#x3D02", L"#xFFFF", L""},
+        {L"No mask", L"#x3B02", nullptr, L"1"},  {L"No hash", L"3B03", L"#xFFFF", L"NOHASH"},
+        {L"X", L"#x3B01", L"#xFFFF", L"1"},      {L"Y", L"#x3B05", L"#xFFFF", L"1"},
+        {L"W", L"#x3D01", L"#xFFFF", L"1"}};
+    for (const auto& [name, atr, mask, condition] : cardTable) {
+        for (const auto& [parameter, value] : {std::pair{L"ATR", atr}, {L"Mask", mask}}) {
+            if (value != nullptr) {
+                readers.push_back({L"SmartCards", name, parameter, value, L"Off", L"1", L""});
+            }
+        }
+        if (condition != nullptr) {
+            readers.push_back({L"SmartCards", name, L"CalaisRegistered", L"1", L"On", condition, L""});
+        }
+    }
+    for (const auto& row : readers) {
+        package.Sql(L"INSERT INTO `RegReaders` (`Type`, `Name`, `Parameter`, `Value`, `Component_`, "
+                    L"`Condition`, `ListProperty`) VALUES (?, ?, ?, ?, ?, ?, ?)",
+                    row);
+    }
+    package.Commit();
+    package.Close();
+    // Also the provider's own. X overlaps Other32, Y Other64 (through its mask), W the provider's own.
     WriteValues(kCalais32 + L"\\SmartCards\\Other32", kOther32);
     WriteValues(kCards + L"Other64", kOther64);
     WriteValues(kCards + L"NV_Own", {{L"ATR", Binary({0x3D, 0x01})}, {L"ATRMask", Binary({0xFF, 0xFF})}});
-    WriteValues(kCards + L"Maskless", {{L"ATR", Binary({0x3F, 0x01})}});
-    for (const wchar_t* overwrite : {L"", L"0", L"yes"}) {
-        EXPECT_EQ(Register({{L"OVERWRITEWL", overwrite}}), 0u);
-        EXPECT_EQ(RegistryRows(), CardRows(L"NV_Z", L"#x3F01", L"#xFFFF")) << overwrite;
-        EXPECT_EQ(RemovalRows(), Rows{}) << overwrite;
-    }
 
-    EXPECT_EQ(Register({{L"OVERWRITEWL", L"1"}}), 0u);
-    Rows cards = CardRows(L"NV_E", L"#x3F02", L"#x");
-    for (const auto& [card, atr] :
-         {std::pair{L"X", L"#x3B01"}, {L"Y", L"#x3B05"}, {L"Z", L"#x3F01"}, {L"W", L"#x3D01"}}) {
+    const std::wstring flash = kKey + L"KeyCarriers\\Flash";
+    const std::wstring twice = kKey + L"KeyDevices\\Twice\\A";
+    const Rows readerRows = {{flash + L"\\", L"2", flash, L"", L"flash.dll", L"On"},
+                             {flash + L"\\A\\Plugin", L"2", flash + L"\\A", L"Plugin", L"plug.dll", L"On"},
+                             {flash + L"\\ B\\Plugin", L"2", flash + L"\\ B", L"Plugin", L"plug.dll", L"On"},
+                             {twice + L"\\P", L"2", twice, L"P", L"v", L"On"}};
+    // A value without "#" fails the action before any card row is added.
+    EXPECT_EQ(Run(package.path(), L"NOHASH", L"1"), static_cast<UINT>(ERROR_INSTALL_FAILURE));
+    EXPECT_EQ(RegistryRows(), readerRows);
+
+    Rows cards = readerRows;
+    cards.merge(CardRows(L"NV_Token", L"#x3B8F", L"#xFFFF"));
+    cards.merge(CardRows(L"NV_Vendor_Model", L"#x3C01", L"#xFF00"));
+    EXPECT_EQ(Run(package.path(), L"OVERWRITEWL", L""), 0u);
+    EXPECT_EQ(RegistryRows(), cards);
+    EXPECT_EQ(RemovalRows(), Rows{});
+    // The card types' "CalaisRegistered" row without a condition is reported as invalid too.
+    const auto errors = messages_.FieldsOf(INSTALLMESSAGE_ERROR);
+    ASSERT_EQ(errors.size(), 5u);
+    const std::wstring code = errors[1][3];
+    EXPECT_NE(code, L"0");
+    const Row invalid = {L"666", L"ProcessRegReaders", L"Invalid Condition in RegReader Table", L"13"};
+    EXPECT_EQ(errors, (std::vector<Row>{invalid,
+                                        {L"666", L"WriteToTable", L"WriteToRegistry()", code},
+                                        {L"666", L"PrepareToWrite", L"PrepareToWrite() fail", code},
+                                        invalid,
+                                        {L"666", L"ProcessCalaisRegitration",
+                                         L"Card type 'No mask' has no Mask row", L"13"}}));
+
+    EXPECT_EQ(Run(package.path(), L"OVERWRITEWL", L"1"), 0u);
+    for (const auto& [card, atr] : {std::pair{L"X", L"#x3B01"}, {L"Y", L"#x3B05"}, {L"W", L"#x3D01"}}) {
         cards.merge(CardRows(std::wstring(L"NV_") + card, atr, L"#xFFFF"));
     }
     // A backup row for each value of the card types replaced.
     Rows rows = RegistryRows();
     EXPECT_EQ(
-        std::erase_if(rows, [](const auto& row) { return row.first.find(L"Backup") != std::wstring::npos; }),
+        std::erase_if(rows, [](const auto& row) { return row[0].find(L"Backup") != std::wstring::npos; }),
         kOther32.size() + kOther64.size());
     EXPECT_EQ(rows, cards);
-    EXPECT_EQ(RemovalRows(), (Rows{{L"_REMOVE_" + kCards + L"Other32", kCards + L"Other32|-|nvcsp"},
-                                   {L"_64__REMOVE_" + kCards + L"Other64", kCards + L"Other64|-|nvcsp64"}}));
+    EXPECT_EQ(RemovalRows(),
+              (Rows{{L"_REMOVE_" + kCards + L"Other32", L"2", kCards + L"Other32", L"-", L"nvcsp"},
+                    {L"_64__REMOVE_" + kCards + L"Other64", L"2", kCards + L"Other64", L"-", L"nvcsp64"}}));
 }
 
-// In both views: the provider's card types (its name exactly, case and length
-// included), other card types, and backups of the provider's and another's.
-class UninstallSmartCard : public ::testing::Test {
-protected:
-    UninstallSmartCard() {
-        ClearCardTypes();
-        for (const std::wstring& calais : {kCalais, kCalais32}) {
-            for (const auto& [card, provider] : {std::pair{L"NV_A", kProvider},
-                                                 {L"NV_B", L"norvane csp"},
-                                                 {L"NV_C", kProvider + L" "},
-                                                 {L"Other", L"Other CSP"}}) {
-                WriteRegistryString(HKEY_LOCAL_MACHINE, calais + L"\\SmartCards\\" + card, L"Crypto Provider",
-                                    provider);
-            }
-            const std::wstring backups = calais + L"\\SmartCardsBackup\\backup_";
-            WriteRegistryString(HKEY_LOCAL_MACHINE, backups + kProvider + L"\\Orig", L"Crypto Provider",
-                                L"Orig CSP");
-            WriteRegistryDword(HKEY_LOCAL_MACHINE, backups + kProvider + L"\\Orig\\Sub", L"Deep", 7);
-            WriteRegistryString(HKEY_LOCAL_MACHINE, backups + L"Other CSP\\Foreign", L"Crypto Provider",
-                                L"Foreign CSP");
+// Without its table it fails with the thread's last error, and no smart-card type is registered.
+TEST_F(SmartCardTypes, ProcessRegReadersWithoutItsTableFailsWithTheLastError) {
+    TestPackage package;
+    package.AddStandardTables();
+    package.AddRegistryComponent(L"nvcsp", false);
+    package.Commit();
+    package.Close();
+    const UINT result = Run(package.path(), L"DefaultCSP80Name", kProvider);
+    EXPECT_EQ(messages_.FieldsOf(INSTALLMESSAGE_ERROR),
+              (std::vector<Row>{
+                  {L"666", L"ProcessRegReaders", L"ProcessRegReaders fail", std::to_wstring(result)}}));
+    EXPECT_EQ(RegistryRows(), Rows{});
+    SetLastError(12345);
+    EXPECT_EQ(library_.Action("ProcessRegReaders")(0), 12345u);
+}
+
+// The provider's card types (its name matched exactly) go and its backups come back, in both views.
+TEST_F(SmartCardTypes, UninstallRemovesTheProvidersCardTypesAndRestoresItsBackups) {
+    for (const std::wstring& calais : {kCalais, kCalais32}) {
+        for (const auto& [key, provider] :
+             {std::pair{L"SmartCards\\NV_A", kProvider},
+              {L"SmartCards\\NV_B", L"norvane csp"},
+              {L"SmartCards\\Other", L"Other CSP"},
+              {L"SmartCardsBackup\\backup_Norvane CSP\\Orig", L"Orig CSP"},
+              {L"SmartCardsBackup\\backup_Other CSP\\Foreign", L"Foreign CSP"}}) {
+            WriteRegistryString(HKEY_LOCAL_MACHINE, calais + L"\\" + key, L"Crypto Provider", provider);
         }
     }
-    ~UninstallSmartCard() override { ClearCardTypes(); }
-
-    static bool Has(const std::wstring& calais, const std::wstring& card) {
+    auto has = [](const std::wstring& calais, const std::wstring& card) {
         return RegistryKeyExists(HKEY_LOCAL_MACHINE, calais + L"\\SmartCards\\" + card);
-    }
+    };
+    ActionSession session;
+    EXPECT_EQ(session.Run("UninstallSmartCard", L""), 0u);
+    EXPECT_TRUE(has(kCalais, L"NV_A") && has(kCalais32, L"NV_A"));
 
-    ActionSession session_;
-};
-
-TEST_F(UninstallSmartCard, RemovesTheProvidersCardTypesAndRestoresItsBackups) {
-    EXPECT_EQ(session_.library().Action("UninstallSmartCard")(0), 0u); // no provider name to read
-    EXPECT_EQ(session_.Run("UninstallSmartCard", L""), 0u);
-    EXPECT_TRUE(Has(kCalais, L"NV_A") && Has(kCalais32, L"NV_A"));
-
-    EXPECT_EQ(session_.Run("UninstallSmartCard", kProvider), 0u);
+    EXPECT_EQ(session.Run("UninstallSmartCard", kProvider), 0u);
     for (const std::wstring& calais : {kCalais, kCalais32}) {
         SCOPED_TRACE(testing::PrintToString(calais));
-        EXPECT_FALSE(Has(calais, L"NV_A") || Has(calais, L"Foreign"));
-        EXPECT_TRUE(Has(calais, L"NV_B") && Has(calais, L"NV_C") && Has(calais, L"Other"));
+        EXPECT_FALSE(has(calais, L"NV_A") || has(calais, L"Foreign"));
+        EXPECT_TRUE(has(calais, L"NV_B") && has(calais, L"Other"));
         EXPECT_EQ(ReadRegistryString(HKEY_LOCAL_MACHINE, calais + L"\\SmartCards\\Orig", L"Crypto Provider"),
                   L"Orig CSP");
-        EXPECT_EQ(ReadRegistryDword(HKEY_LOCAL_MACHINE, calais + L"\\SmartCards\\Orig\\Sub", L"Deep"), 7u);
     }
-}
-
-// A card type the action may not delete in the 32-bit view ends the action
-// there: the 64-bit view keeps the provider's card types. (Wine grants DELETE
-// whatever the key's list says, so the card type holds a subkey the action
-// may not open at all.)
-TEST_F(UninstallSmartCard, StopsAtTheFirstViewThatFails) {
-    const std::wstring locked = kCalais32 + L"\\SmartCards\\NV_A\\Locked";
-    WriteRegistryDword(HKEY_LOCAL_MACHINE, locked, L"Value", 1);
-    ASSERT_EQ(SetKeySecurity(locked, L"D:(A;;KR;;;SY)(A;;WD;;;BA)"), ERROR_SUCCESS);
-
-    EXPECT_EQ(session_.Run("UninstallSmartCard", kProvider), 0x80090010u);
-    EXPECT_TRUE(Has(kCalais, L"NV_A"));
-    EXPECT_FALSE(Has(kCalais32, L"Orig"));
-    SetKeySecurity(locked, L"D:(A;;KA;;;BA)");
 }
 
 } // namespace
