@@ -29,16 +29,15 @@ suite_passes() {
 # catch costs seconds, not the whole suite. Only a fault they miss runs the rest.
 first_tests() {
     case "$1" in
-    src/frame/*) echo "session|install_service|remove_driver_package|windows" ;;
-    src/drivers/*) echo "ks_|install_service|remove_driver_package|windows" ;;
-    src/readers/*) echo "smart_card_types|migrate_readers" ;;
+    src/frame/*) echo "frame|drivers|windows" ;;
+    src/drivers/*) echo "drivers|windows" ;;
+    src/readers/*) echo "readers" ;;
     src/registry/* | src/profiles/*) echo "registry|profiles|windows" ;;
-    src/services/*) echo "services" ;;
-    src/provider/*) echo "provider_defaults|certificates" ;;
-    src/rng/*) echo "random_seeding|windows" ;;
-    src/sspi/*) echo "security_packages|tls_package" ;;
-    src/integrity/*) echo "system_integrity" ;;
-    src/legacy/*) echo "previous_version" ;;
+    src/services/* | src/integrity/*) echo "system" ;;
+    src/provider/*) echo "provider" ;;
+    src/rng/*) echo "provider|windows" ;;
+    src/sspi/*) echo "system|tls_package" ;;
+    src/legacy/*) echo "legacy" ;;
     src/features/*) echo "features" ;;
     *) echo "none" ;;
     esac

@@ -15,13 +15,6 @@ public:
     ImportRedirect(const ImportRedirect&) = delete;
     ImportRedirect& operator=(const ImportRedirect&) = delete;
 
-    // The function the import called before.
-    void* original() const { return original_; }
-    template <typename Function>
-    Function original() const {
-        return reinterpret_cast<Function>(original_);
-    }
-
 private:
     void** slot_ = nullptr; // the import address table entry
     void* original_ = nullptr;

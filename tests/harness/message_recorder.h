@@ -13,8 +13,6 @@ struct RecordedMessage {
     UINT type = 0;                    // INSTALLMESSAGE_* without the button and icon bits
     std::vector<std::wstring> fields; // field 0 up to the record's field count
     std::wstring text;                // the record formatted by the installer
-
-    UINT fieldCount() const { return static_cast<UINT>(fields.size()) - 1; }
 };
 
 // Installs an external record handler for its lifetime; one at a time.
