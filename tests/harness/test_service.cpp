@@ -1,7 +1,5 @@
-// A stand-in service for the service tests. Its command line names the
-// service ("test_service.exe <name> ..."), so that it runs under either
-// process type. It runs until asked to stop and then takes half a second to
-// stop, so that whoever stops it has to wait.
+// A stand-in service named by its command line ("test_service.exe <name> ...") that runs until
+// asked to stop and then takes half a second to stop, so that whoever stops it has to wait.
 #include <windows.h>
 
 namespace {
