@@ -66,54 +66,49 @@ TEST(ServiceFields, UnprotectedConfigurationCutsTheOptionAndOwnsTheProcess) {
 // package; one listed already stays as spelled and further copies go. Removing
 // drops every copy. Names are whole entries; empty entries inside stay.
 TEST(PackageList, InsertAndRemoveAsTheAuthorityListNeedsThem) {
-    auto edit = [](std::wstring data, const std::wstring& change) {
+    auto edit = [](std::wstring data, bool insert) {
         std::replace(data.begin(), data.end(), L'|', L'\0');
         auto equal = [](const std::wstring& a, const std::wstring& b) {
             return wcscasecmp(a.c_str(), b.c_str()) == 0;
         };
-        std::wstring edited = JoinPackageList(
-            EditPackageList(SplitPackageList(data), change.substr(1), change[0] == L'+', equal));
+        std::wstring edited = JoinPackageList(EditPackageList(SplitPackageList(data), L"nv", insert, equal));
         std::replace(edited.begin(), edited.end(), L'\0', L'|');
         return edited;
     };
-    using Case = std::tuple<const wchar_t*, const wchar_t*, const wchar_t*>; // list, +name or -name, result
-    const Case cases[] = {{L"a|NV|b||", L"+nv", L"a|NV|b||"},
-                          {L"Nv|a|nv||", L"+nv", L"Nv|a||"},
-                          {L"a|b|", L"+nv", L"a|nv|b|"},
-                          {L"a|b", L"+nv", L"a|nv|b|"},
-                          {L"", L"+nv", L"nv||"},
-                          {L"a|nv", L"+nv", L"a|nv|"},
-                          {L"nv2||b||", L"+nv", L"nv2||b|nv||"},
-                          {L"a|b||", L"-ss", L"a|b||"},
-                          {L"", L"-ss", L"|"}};
-    for (const auto& [data, change, expected] : cases) {
-        EXPECT_EQ(edit(data, change), expected) << data << change;
+    using Case = std::pair<const wchar_t*, const wchar_t*>;
+    const Case inserts[] = {{L"a|NV|b||", L"a|NV|b||"},
+                            {L"Nv|a|nv||", L"Nv|a||"},
+                            {L"a|b|", L"a|nv|b|"},
+                            {L"a|b", L"a|nv|b|"},
+                            {L"", L"nv||"},
+                            {L"a|nv", L"a|nv|"},
+                            {L"nv2||b||", L"nv2||b|nv||"}};
+    for (const auto& [data, expected] : inserts) {
+        EXPECT_EQ(edit(data, true), expected) << data;
+    }
+    for (const auto& [data, expected] : {Case{L"a|b||", L"a|b||"}, {L"", L"|"}}) {
+        EXPECT_EQ(edit(data, false), expected) << data;
     }
 }
 
-// No blank is added where the uninstall string lacks one, nor before the quotes.
-TEST(UninstallRules, CommandLineAppendsTheSwitches) {
-    EXPECT_EQ(UninstallCommandLine(L"setup.exe", L"a", L"b"), L"setup.exe-s -f1\"a\" -f2\"b\"");
-}
-
 // The number after the first marker, as "%d" reads it and clamped to 32 bits;
-// the log ends at its first zero byte or the end of the data.
-TEST(UninstallRules, ResultCodeIsTheNumberAfterTheFirstMarker) {
+// the log ends at its first zero byte or the end of the data. No blank is added
+// to the command line where the uninstall string lacks one.
+TEST(UninstallRules, ResultCodeIsTheNumberAfterTheFirstMarkerAndTheSwitchesAreAppended) {
+    EXPECT_EQ(UninstallCommandLine(L"setup.exe", L"a", L"b"), L"setup.exe-s -f1\"a\" -f2\"b\"");
     constexpr std::int32_t kMax = 2147483647;
     using Case = std::pair<std::string, std::optional<std::int32_t>>;
     const Case cases[] = {{"ResultCode=-2147483648", -kMax - 1},
                           {"ResultCode=4294967296", kMax},
                           {"ResultCode=-99999999999999999999", -kMax - 1},
                           {"x ResultCode= \t+12abc", 12},
-                          {"ResultCode=7\0ResultCode=8"s, 7},
-                          {"Result\0Code=1\r\nResultCode=2"s, {}},
-                          {"ResultCode =1\r\nresultcode=1", {}},
-                          {"ResultCode=x1", {}},
-                          {"ResultCode=-", {}},
-                          {"ResultCode=", {}},
-                          {"", {}}};
+                          {"ResultCode=7\0ResultCode=8"s, 7}};
     for (const auto& [log, code] : cases) {
-        EXPECT_EQ(FindResultCode(log), code) << testing::PrintToString(log);
+        EXPECT_EQ(FindResultCode(log), code) << log;
+    }
+    for (const std::string& log : {"Result\0Code=1\r\nResultCode=2"s, "ResultCode =1\r\nresultcode=1"s,
+                                   "ResultCode=x1"s, "ResultCode=-"s, "ResultCode="s, ""s}) {
+        EXPECT_EQ(FindResultCode(log), std::nullopt) << testing::PrintToString(log);
     }
     EXPECT_EQ(FindResultCode(std::string_view("ResultCode=5").substr(0, 11)), std::nullopt);
 }
@@ -137,7 +132,7 @@ TEST(UninstallRules, PendingRenamesKeepTheirInnerNulsOnlyWhenWellFormed) {
 using Lines = std::vector<std::wstring>;
 
 // Only these exact spellings are left out: case, blanks or a path make another name.
-TEST(VerifierCommands, ExcludesTheListedImagesByExactName) {
+TEST(VerifierCommands, ExcludedImagesByExactNameAndCommandLines) {
     for (const wchar_t* name :
          {L"msi.dll", L"ExSec32.dll", L"mailcomm.dll", L"mso.dll", L"msxml5.dll", L"outlmime.dll"}) {
         EXPECT_TRUE(IsExcludedImage(name)) << name;
@@ -146,17 +141,14 @@ TEST(VerifierCommands, ExcludesTheListedImagesByExactName) {
                                 L"C:\\windows\\system32\\msi.dll", L"advapi32.dll", L""}) {
         EXPECT_FALSE(IsExcludedImage(name)) << name;
     }
-}
-
-// A system without a 32-bit system directory runs each image once.
-TEST(VerifierCommands, CommandLinesWithoutThirtyTwoBitDirectory) {
+    // A system without a 32-bit system directory runs each image once.
     EXPECT_EQ(VerifierCommandLines(L"v ", L"C:\\W\\system32", L"", L"MSI.DLL"),
               (Lines{L"v C:\\W\\system32\\MSI.DLL"}));
 }
 
 // Each split as its fields joined with "|": as far as the data has slashes, the
 // last field taking the rest.
-TEST(SeedingRules, DataSplitsAtSlashesAsFarAsItHasFields) {
+TEST(SeedingRules, DataSplitsAtSlashesAsFarAsItHasFieldsAndFlagsAreLittleEndian) {
     for (const auto& [data, fields] :
          {std::pair(L"a//b /c", L"a|/b /c"), {L"rng.exe", L"InstallCSP|rng.exe"}, {L"/", L"|"}}) {
         const RunOnceRequest r = SplitRunOnceRequest(data);
@@ -167,10 +159,7 @@ TEST(SeedingRules, DataSplitsAtSlashesAsFarAsItHasFields) {
         const SeedingWarning w = SplitSeedingWarning(data);
         EXPECT_EQ(w.caption + L"|" + w.ownerTitle + L"|" + w.message, fields);
     }
-}
-
-// Up to four bytes, little-endian; only a DWORD with the initialised bit after a good seed counts.
-TEST(SeedingRules, FlagsAreAFourByteDwordWithTheInitialisedBit) {
+    // Flags of up to four bytes, little-endian.
     const std::vector<std::uint8_t> high = {0x02, 0, 0, 0x80}, shorter = {0x02};
     EXPECT_EQ(SeedFlagsFromData(kDwordValueType, high)->value, 0x80000002u);
     EXPECT_TRUE(IsSeeded(0, SeedFlagsFromData(kDwordValueType, shorter)));

@@ -116,13 +116,6 @@ TestSession Maintenance(const ProviderPackage& product) {
     return session;
 }
 
-INSTALLSTATE Action(TestSession& session, const wchar_t* feature) {
-    INSTALLSTATE installed = INSTALLSTATE_UNKNOWN;
-    INSTALLSTATE action = INSTALLSTATE_UNKNOWN;
-    MsiGetFeatureStateW(session.get(), feature, &installed, &action);
-    return action;
-}
-
 // Two products installed: the package's own, whose probe component has a key
 // file, and an earlier edition, whose probe component has its folder as key
 // path; and a first installation of a package whose "nvcspr" has children.
@@ -168,8 +161,11 @@ TEST_F(FeaturesTest, InstalledProductsDecideHidingSelectionAndAppPaths) {
         }
         ASSERT_EQ(MsiSetFeatureStateW(session.get(), L"fake_nvcspr", fake), 0u);
         EXPECT_EQ(Run("AddNewFeatures", session), 0u);
-        EXPECT_EQ(Action(session, L"nvconfig"), INSTALLSTATE_LOCAL);
-        EXPECT_EQ(Action(session, L"nvcspr1") == INSTALLSTATE_LOCAL, selected) << installed << fake;
+        INSTALLSTATE state = INSTALLSTATE_UNKNOWN, nvconfig = state, nvcspr1 = state;
+        MsiGetFeatureStateW(session.get(), L"nvconfig", &state, &nvconfig);
+        MsiGetFeatureStateW(session.get(), L"nvcspr1", &state, &nvcspr1);
+        EXPECT_EQ(nvconfig, INSTALLSTATE_LOCAL);
+        EXPECT_EQ(nvcspr1 == INSTALLSTATE_LOCAL, selected) << installed << fake;
     }
 
     // The first AppPath entry of each component of the product or an earlier
