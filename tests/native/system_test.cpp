@@ -1,5 +1,4 @@
-// The rules of the service, security-package, previous-version, verifier and
-// seeding actions.
+// The rules of the service, security-package, previous-version, verifier and seeding actions.
 #include "integrity/verifier_commands.h"
 #include "legacy/uninstall_rules.h"
 #include "rng/seeding_rules.h"
@@ -30,9 +29,7 @@ TEST(ServiceFields, CustomActionDataSplitsAtTheFirstSlashes) {
     }
 }
 
-// Only the helper, spelled exactly, starts on demand; any flag text makes a
-// service non-interactive; only boot, system and disabled services are started
-// automatically.
+// Only "nvcsphclm" starts on demand; any flag makes it non-interactive; boot, system, disabled are started.
 TEST(ServiceFields, HostServiceTypeAndStartType) {
     for (const wchar_t* other : {L"NVCSPHCLM", L"nvcsphclm ", L""}) {
         EXPECT_EQ(HostServiceStartType(other), kServiceAutoStart) << other;
@@ -44,9 +41,7 @@ TEST(ServiceFields, HostServiceTypeAndStartType) {
     }
 }
 
-// Cut at the first " -p" (as written, after a blank); the process bits become
-// own-process (16) and the others stay (272: interactive too). Without " -p"
-// only a shared service changes.
+// Cut at the first " -p"; own-process (16), other bits kept; without " -p" only a shared service changes.
 TEST(ServiceFields, UnprotectedConfigurationCutsTheOptionAndOwnsTheProcess) {
     using Case = std::tuple<const wchar_t*, std::uint32_t, const wchar_t*>;
     const Case cases[] = {
@@ -61,10 +56,8 @@ TEST(ServiceFields, UnprotectedConfigurationCutsTheOptionAndOwnsTheProcess) {
     }
 }
 
-// Entries as "|"-terminated text. A name goes in after the last package of a
-// well-formed value (before its closing empty entry), else before the last
-// package; one listed already stays as spelled and further copies go. Removing
-// drops every copy. Names are whole entries; empty entries inside stay.
+// As "|"-terminated entries: in after the last package when well formed, else before it; listed already
+// stays as spelled, other copies go.
 TEST(PackageList, InsertAndRemoveAsTheAuthorityListNeedsThem) {
     auto edit = [](std::wstring data, bool insert) {
         std::replace(data.begin(), data.end(), L'|', L'\0');
@@ -91,9 +84,7 @@ TEST(PackageList, InsertAndRemoveAsTheAuthorityListNeedsThem) {
     }
 }
 
-// The number after the first marker, as "%d" reads it and clamped to 32 bits;
-// the log ends at its first zero byte or the end of the data. No blank is added
-// to the command line where the uninstall string lacks one.
+// The number after the first marker as "%d" reads it, up to the first NUL; no blank added to the command.
 TEST(UninstallRules, ResultCodeIsTheNumberAfterTheFirstMarkerAndTheSwitchesAreAppended) {
     EXPECT_EQ(UninstallCommandLine(L"setup.exe", L"a", L"b"), L"setup.exe-s -f1\"a\" -f2\"b\"");
     constexpr std::int32_t kMax = 2147483647;
@@ -113,8 +104,7 @@ TEST(UninstallRules, ResultCodeIsTheNumberAfterTheFirstMarkerAndTheSwitchesAreAp
     EXPECT_EQ(FindResultCode(std::string_view("ResultCode=5").substr(0, 11)), std::nullopt);
 }
 
-// Well formed: an even byte count and two final NULs, of which one is dropped;
-// otherwise status 13 and the data up to its first NUL.
+// Well formed (even bytes, two final NULs): one NUL dropped; else status 13 and the data to its first NUL.
 TEST(UninstallRules, PendingRenamesKeepTheirInnerNulsOnlyWhenWellFormed) {
     const std::wstring renames = L"\\??\\a\0\0\\??\\b\0\\??\\c\0\0"s, kept = renames.substr(0, 19);
     using Case = std::tuple<std::wstring, std::size_t, std::uint32_t, std::wstring>; // read, bytes, result
@@ -146,8 +136,7 @@ TEST(VerifierCommands, ExcludedImagesByExactNameAndCommandLines) {
               (Lines{L"v C:\\W\\system32\\MSI.DLL"}));
 }
 
-// Each split as its fields joined with "|": as far as the data has slashes, the
-// last field taking the rest.
+// Split as far as the data has slashes, the last field taking the rest.
 TEST(SeedingRules, DataSplitsAtSlashesAsFarAsItHasFieldsAndFlagsAreLittleEndian) {
     for (const auto& [data, fields] :
          {std::pair(L"a//b /c", L"a|/b /c"), {L"rng.exe", L"InstallCSP|rng.exe"}, {L"/", L"|"}}) {

@@ -1,6 +1,4 @@
-// The feature and property actions against Wine's installer: PropertyEx rules
-// in a real session, and hiding "nvcspr", feature selection and AppPath
-// clean-up against products installed in the test prefix for the test.
+// The feature and property actions against Wine's installer and products installed for the test.
 #include <gtest/gtest.h>
 
 #include <windows.h>
@@ -28,8 +26,7 @@ protected:
     SetupUtilsLibrary library_;
 };
 
-// "0" counts as unset: cleared, not given the value. A condition the installer
-// cannot parse fails the action, and so does a package without the table.
+// "0" counts as unset; a condition that does not parse or a missing table fails the action.
 TEST_F(FeaturesTest, PropertyExRulesSetClearOrKeepTheirProperties) {
     using Rule = std::tuple<const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t*,
                             const wchar_t*>; // property, value, flags, condition, before (null: unset), after
@@ -80,10 +77,8 @@ std::set<std::wstring> FeatureRows(TestSession& session) {
     return rows;
 }
 
-// A package with the provider's features: "nvcspr" holds the probe component
-// (kNewFeaturesProbeComponent) with "probe.exe" as its key file or with its
-// folder as key path, "fake_nvcspr" holds "tool.exe", and the empty
-// "nvconfig" and "nvcspr1" are left out by default.
+// "nvcspr" holds the probe component (key file "probe.exe" or its folder), "fake_nvcspr" holds "tool.exe",
+// and the empty "nvconfig" and "nvcspr1" are left out by default.
 struct ProviderPackage {
     explicit ProviderPackage(bool probeKeyFile) : folder(MakeTempFolder(L"app")) {
         const std::wstring source = package.path().substr(0, package.path().find_last_of(L'\\') + 1);
@@ -116,11 +111,8 @@ TestSession Maintenance(const ProviderPackage& product) {
     return session;
 }
 
-// Two products installed: the package's own, whose probe component has a key
-// file, and an earlier edition, whose probe component has its folder as key
-// path; and a first installation of a package whose "nvcspr" has children.
-// Wine cannot show that the rows put back are temporary ones: committing a
-// table that holds a temporary row writes none of that table's rows.
+// The product (probe with a key file) and an earlier edition (probe folder) installed, and a first
+// installation whose "nvcspr" has children. Wine cannot show that the rows put back are temporary.
 TEST_F(FeaturesTest, InstalledProductsDecideHidingSelectionAndAppPaths) {
     ProviderPackage own(true), earlier(false), fresh(true);
     const InstalledProduct ownProduct(own.package);
@@ -144,10 +136,7 @@ TEST_F(FeaturesTest, InstalledProductsDecideHidingSelectionAndAppPaths) {
         EXPECT_EQ(FeatureRows(first), rows) << "hidden, children kept";
     }
 
-    // "nvconfig" is selected. "nvcspr1" is selected only when "fake_nvcspr" is
-    // installed and stays, and the product's probe component has a file as
-    // key path: not in a first installation (though the product named by
-    // ProductCode has the probe file), nor in the earlier edition's.
+    // "nvcspr1" only when "fake_nvcspr" stays installed and the product's own probe has a key file.
     const std::tuple<const ProviderPackage*, INSTALLSTATE, bool> cases[] = {
         {nullptr, INSTALLSTATE_LOCAL, false},
         {&own, INSTALLSTATE_LOCAL, true},
@@ -168,9 +157,8 @@ TEST_F(FeaturesTest, InstalledProductsDecideHidingSelectionAndAppPaths) {
         EXPECT_EQ(nvcspr1 == INSTALLSTATE_LOCAL, selected) << installed << fake;
     }
 
-    // The first AppPath entry of each component of the product or an earlier
-    // edition goes: the path matched exactly, case included. A session of an
-    // unrelated product: only the earlier edition counts.
+    // The first entry of each component's exact path goes; from an unrelated product only the earlier
+    // edition's.
     const std::wstring appPaths = L"SOFTWARE\\Norvane\\Cryptography\\CurrentVersion\\AppPath\\";
     std::wstring ownToolInCapitals = own.folder + L"tool.exe";
     std::transform(ownToolInCapitals.begin(), ownToolInCapitals.end(), ownToolInCapitals.begin(), towupper);

@@ -1,7 +1,5 @@
-// The per-user maintenance actions and the path and key actions of the
-// features against Wine. Wine's HKEY_USERS holds ".Default" and the one user
-// every program runs as, neither with a RunOnce key, and its ProfileList holds
-// that user only (C:\users\root): the tests add what they need.
+// The per-user, path and key actions against Wine, whose only profile (C:\users\root) and ".Default" hive
+// have no RunOnce key: the tests add what they need.
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -29,8 +27,7 @@ const std::wstring kControlsFolder = L"Software\\Microsoft\\Windows\\CurrentVers
 const std::wstring kSessionManager = L"System\\CurrentControlSet\\Control\\Session Manager";
 const std::wstring kCryptography = L"SOFTWARE\\Norvane\\Cryptography";
 
-// Puts back what the actions change, the pending file renames included (the
-// next start of the prefix would carry them out).
+// Puts back what the actions change, pending file renames included.
 class ProfilesTest : public ::testing::Test {
 protected:
     ProfilesTest() { messages_.Clear(); }
@@ -54,8 +51,7 @@ void CreateKey(HKEY root, const std::wstring& path) {
     RestoreRegistryValue(root, path, L"", std::nullopt);
 }
 
-// The machine's passwords and those of each user listed in the settings tree
-// go, except entries with subkeys.
+// The machine's and each listed user's password entries go, except those with subkeys.
 TEST_F(ProfilesTest, DeleteShortcutsRemovesOnlyPasswordEntriesWithoutSubkeys) {
     Lines gone;
     for (const std::wstring user : {L"", L"Users\\Other\\", L"Users\\S-1-5-21-0-0-0-1000\\"}) {
@@ -74,8 +70,7 @@ TEST_F(ProfilesTest, DeleteShortcutsRemovesOnlyPasswordEntriesWithoutSubkeys) {
     EXPECT_TRUE(messages_.all().empty());
 }
 
-// Only the user's hive has a RunOnce key; ".Default", enumerated first, must
-// not get one. A removal reaches every hive that has the key.
+// Written only where RunOnce exists (".Default", enumerated first, gets none); removed from every hive.
 TEST_F(ProfilesTest, SetRunOnceEveryoneWritesOrRemovesWhereRunOnceExists) {
     using Case = std::tuple<std::wstring, std::optional<std::wstring>, std::optional<std::wstring>>;
     for (const auto& [data, installCsp, setup] : {Case{L"Setup/C:\\p\\a.exe /x", L"old", L"C:\\p\\a.exe /x"},
@@ -93,9 +88,7 @@ TEST_F(ProfilesTest, SetRunOnceEveryoneWritesOrRemovesWhereRunOnceExists) {
     EXPECT_FALSE(ReadRegistryValue(HKEY_USERS, kUserRunOnce, L"InstallCSP"));
 }
 
-// Wine's own profile, one without a path (skipped) and one whose path names
-// an environment variable and does not exist: each icon cache is logged after
-// the same heading and scheduled for deletion at the restart.
+// Each profile's icon cache (one without a path is skipped) is logged and deleted at the restart.
 void ExpectIconCachesScheduled(ActionSession& session, const std::wstring& localFolder) {
     CreateKey(kHklm, kProfileList + L"1001");
     RestoreRegistryValue(kHklm, kProfileList + L"1002", L"ProfileImagePath",
@@ -127,9 +120,8 @@ TEST_F(ProfilesIconCacheOnWindowsXP, UsesLocalSettingsFolder) {
     ExpectIconCachesScheduled(session_, L"\\Local Settings\\Application Data\\");
 }
 
-// Wine's registry lacks "ProgramW6432Dir" (Windows x64 has it): without it the
-// action fails. A folder there gets its short name (one Wine makes up), one
-// missing is left as it is. Only empty keys go: the configuration key, then its parent.
+// Wine lacks "ProgramW6432Dir", so the test writes it; a missing folder keeps its long name; only empty
+// cryptography keys go.
 TEST_F(ProfilesTest, PathPropertiesAndEmptyCryptographyKeys) {
     EXPECT_EQ(session_.Run("GetCSPProgramW6432Dir"), 2u);
     EXPECT_EQ(session_.session().Property(L"GetCSPProgramW6432Dir"), L"");

@@ -31,8 +31,7 @@ DWORD ProcessId(const std::wstring& name) {
     return status.dwProcessId;
 }
 
-// A service of the stand-in program (test_service.cpp) run as "<name><options>",
-// running when asked; deleted at the end.
+// A service of the stand-in program (test_service.cpp) run as "<name><options>"; deleted at the end.
 struct TestService {
     TestService(const std::wstring& serviceName, DWORD type, DWORD startType, const std::wstring& options,
                 bool running = false)
@@ -87,9 +86,7 @@ using SecurityPackagesOnWindows7 = SystemActionTest;
 using SecurityPackagesOnWindows10 = SystemActionTest;
 using SystemIntegrityTest = SystemActionTest;
 
-// Wine has no "nvcsp" group for its svchost to run, and its NetLocalGroupAdd
-// and NetLocalGroupDel do nothing: the services are only created, and a running
-// stand-in shows the rollback's stop (a service goes once its process ends).
+// Wine's svchost has no "nvcsp" group and its NetLocalGroupAdd/Del do nothing: a stand-in shows the stop.
 TEST_F(MsiCreateServiceTest, HelperStartsOnDemandOthersAutomaticallyDuplicatesFailRollbackDeletes) {
     const std::wstring hostAndGroup = L"|%SystemRoot%\\system32\\svchost.exe -k nvcsp|SmartCardGroup|";
     EXPECT_EQ(Run("MsiCreateService", L"nvcsphclm/Norvane helper/1/Card Users"), 0u);
@@ -106,9 +103,7 @@ TEST_F(MsiCreateServiceTest, HelperStartsOnDemandOthersAutomaticallyDuplicatesFa
     EXPECT_EQ(messages_.all().size(), 1u) << "a failed rollback is silent";
 }
 
-// A shared or protected (" -p") service becomes an own-process one without the
-// option; a running one (whose stop takes half a second) runs again in a new
-// process, a stopped one stays stopped.
+// A shared or protected (" -p") service gets its own process; a running one is restarted, a stopped one not.
 TEST_F(UnprotectServiceTest, SharedOrProtectedServicesGetTheirOwnProcess) {
     const std::tuple<DWORD, DWORD, const wchar_t*, bool, const wchar_t*> cases[] = {
         {SERVICE_WIN32_SHARE_PROCESS, SERVICE_DEMAND_START, L" -k nvcsp -p", true, L"0x10 3 0|"},
@@ -130,8 +125,7 @@ TEST_F(UnprotectServiceTest, SharedOrProtectedServicesGetTheirOwnProcess) {
     EXPECT_EQ(session_.library().Action("UnprotectService")(0), 1603u) << "no CustomActionData";
 }
 
-// Wine has no smart-card service: a stand-in takes its name. One that starts
-// on demand is left as it is (a start would show at once).
+// Wine has no smart-card service: a stand-in takes its name. One that starts on demand is left alone.
 TEST_F(SCardSvrTest, DisabledBecomesAutomaticAndRunsOnDemandIsLeftAlone) {
     EXPECT_EQ(Run("SetSCardSvrAutoStart"), 0u);
     for (const auto& [startType, config, state] :
@@ -149,9 +143,7 @@ RegistryData List(const std::wstring& entries) {
     return RegistryText(entries, REG_MULTI_SZ);
 }
 
-// The package goes in after the last entry and the competitors go, fast
-// start-up is off in between; rollback leaves the system's own list and turns
-// fast start-up on again.
+// The package goes in last, competitors go, fast start-up is off; rollback undoes both.
 void InstallThenRollBack(ActionSession& session, const std::optional<std::wstring>& defaultTls) {
     RestoreRegistryValue(kHklm, kLsa, L"Security Packages", List(L"kerberos\0itcssp\0schannel\0SSPP\0"s));
     WriteRegistryDword(kHklm, kPower, L"HiberbootEnabled", 1);
@@ -176,8 +168,7 @@ TEST_F(SecurityPackagesOnWindows7, InstallAndRollbackWithoutDefaultTlsPackageInt
     EXPECT_EQ(session_.session().Property(L"NOINTERACTIVESERVICES"), L"");
 }
 
-// From Windows 10 on the TLS package is the default and interactive services
-// are forbidden by property; enabling them clears the system switch.
+// From Windows 10 on the package is the default TLS one and interactive services are forbidden.
 TEST_F(SecurityPackagesOnWindows10, InstallAndRollbackWithDefaultTlsPackageInteractiveServicesForbidden) {
     InstallThenRollBack(session_, L"NV_Microsoft Unified Security Protocol Provider");
     EXPECT_EQ(Run("SetNoInteractiveServices"), 0u);
@@ -189,10 +180,8 @@ TEST_F(SecurityPackagesOnWindows10, InstallAndRollbackWithDefaultTlsPackageInter
     RegDeleteKeyValueW(kHklm, key, L"NoInteractiveServices");
 }
 
-// Uninstalling removes every spelling of the provider's packages and only its
-// own default; "Schannel" comes back unless the list lives in OSConfig. A list
-// that is no REG_MULTI_SZ fails every edit and stays. Fast start-up missing,
-// off or of another type is left alone.
+// Uninstalling removes only the provider's own entries; "Schannel" comes back unless OSConfig holds the
+// list; a list that is no REG_MULTI_SZ fails every edit. Fast start-up that is not on is left alone.
 TEST_F(SecurityPackagesTest, UninstallKeepsWhatOthersRegisteredAndFastStartupNotOnIsLeftAlone) {
     for (const std::wstring other :
          {L"Other Vendor TLS", L"nv_microsoft unified security protocol provider"}) {
@@ -227,11 +216,8 @@ TEST(TlsPackageLoad, AddsThePackageOfThisSystemVersion) {
     EXPECT_EQ(ActionSession().Run("SslRegister"), 0u);
 }
 
-// Wine's 64-bit prefix has a 32-bit system directory, so every image runs
-// twice, announced first, with a console of its own (the stand-in records
-// each run, test_verifier.cpp). Skipped subkeys (no image, an excluded one)
-// come before one that runs. A verifier that cannot start is reported (Wine
-// puts "Info [1]. " in front of the template); its result does not matter.
+// Each listed image not excluded runs twice (32-bit directory first), announced, in a console of its own;
+// a verifier that cannot start is reported (Wine prefixes "Info [1]. ") and does not fail.
 TEST_F(SystemIntegrityTest, VerifierRunsOnEachListedImageThirtyTwoBitDirectoryFirst) {
     const std::wstring verifier = L"\"" + TestProgramPath(L"test_verifier.exe") + L"\"";
     EXPECT_EQ(Run("UpdateSystemIntegrity", verifier), 0u);
@@ -250,11 +236,11 @@ TEST_F(SystemIntegrityTest, VerifierRunsOnEachListedImageThirtyTwoBitDirectoryFi
         prefix + L"C:\\windows\\syswow64\\MSI.DLL", prefix + L"C:\\windows\\system32\\MSI.DLL"};
     EXPECT_EQ(messages_.InfoTexts(), lines);
     for (const std::wstring& line : lines) {
-        const auto run = [&] {
-            return ReadRegistryString(HKEY_CURRENT_USER, kTestRecords + L"\\Verifier",
-                                      line.substr(prefix.size()));
-        };
-        EXPECT_TRUE(WaitUntil([&] { return run() == line + L"\t1"; })) << line;
+        const std::wstring image = line.substr(prefix.size());
+        EXPECT_TRUE(WaitUntil([&] {
+            return ReadRegistryString(HKEY_CURRENT_USER, kTestRecords + L"\\Verifier", image) ==
+                   line + L"\t1";
+        })) << line;
     }
     messages_.Clear();
     DeleteRegistryTree(kHklm, kPatches + L"ADVAPI32");
@@ -269,8 +255,7 @@ TEST_F(SystemIntegrityTest, VerifierRunsOnEachListedImageThirtyTwoBitDirectoryFi
     EXPECT_EQ(session_.library().Action("UpdateSystemIntegrity")(0), 1603u) << "no session, no command";
 }
 
-// The mode is written with no more access than KEY_WRITE; where even that is
-// denied it stays as it was, and the action still succeeds.
+// Written with no more than KEY_WRITE; where that is denied the mode stays and the action succeeds.
 TEST_F(SystemIntegrityTest, CheckModeIsTwoWhenOnZeroWhenOffAndNeverFails) {
     using Step = std::tuple<const char*, const wchar_t*, std::optional<DWORD>>; // nullopt: unreadable
     for (const auto& [action, access, mode] : {Step{"CheckModeOn", L"", 2}, Step{"CheckModeOff", L"", 0},
@@ -283,9 +268,8 @@ TEST_F(SystemIntegrityTest, CheckModeIsTwoWhenOnZeroWhenOffAndNeverFails) {
     EXPECT_TRUE(messages_.all().empty());
 }
 
-// The test driver, run as "NvnCtrl", serves the control device and records the
-// request. Wine gives a driver no security context on open, so the access
-// asked (none) is not seen; the share mode (read and write) is.
+// The test driver serves the control device and records the request. Wine gives a driver no security
+// context on open, so only the share mode is seen, not the access asked.
 TEST_F(SystemIntegrityTest, UnHookSendsOneBufferlessRequestToTheDeviceWhenItIsThere) {
     EXPECT_EQ(Run("UnHookSystem"), 0u);
     TestDriverService control(L"NvnCtrl");
