@@ -15,8 +15,9 @@ namespace {
 
 using namespace std::string_literals;
 
-// Fields that are not there are empty; the last one takes the rest, "/" included.
-TEST(ServiceFields, CustomActionDataSplitsAtTheFirstSlashes) {
+// Missing fields are empty, the last takes the rest. Only "nvcsphclm" starts on demand; any flag makes a
+// service non-interactive; boot, system and disabled services are started.
+TEST(ServiceFields, CustomActionDataSplitsAtTheFirstSlashesAndHostServiceTypes) {
     using Case = std::pair<const wchar_t*, const wchar_t*>;
     for (const auto& [data, fields] :
          {Case{L"a/b", L"a|b||"}, {L"a//", L"a|||"}, {L"a/b/c/d/e/", L"a|b|c|d/e/"}, {L"", L"|||"}}) {
@@ -27,10 +28,6 @@ TEST(ServiceFields, CustomActionDataSplitsAtTheFirstSlashes) {
         const RemoveServiceData f = SplitRemoveServiceData(data);
         EXPECT_EQ(f.name + L"|" + f.group, fields);
     }
-}
-
-// Only "nvcsphclm" starts on demand; any flag makes it non-interactive; boot, system, disabled are started.
-TEST(ServiceFields, HostServiceTypeAndStartType) {
     for (const wchar_t* other : {L"NVCSPHCLM", L"nvcsphclm ", L""}) {
         EXPECT_EQ(HostServiceStartType(other), kServiceAutoStart) << other;
     }

@@ -19,15 +19,13 @@
 namespace harness {
 namespace {
 
-class FeaturesTest : public ::testing::Test {
-protected:
-    UINT Run(const char* action, TestSession& session) { return library_.Action(action)(session.get()); }
-
-    SetupUtilsLibrary library_;
-};
+UINT RunAction(const char* action, TestSession& session) {
+    static const SetupUtilsLibrary library;
+    return library.Action(action)(session.get());
+}
 
 // "0" counts as unset; a condition that does not parse or a missing table fails the action.
-TEST_F(FeaturesTest, PropertyExRulesSetClearOrKeepTheirProperties) {
+TEST(FeaturesTest, PropertyExRulesSetClearOrKeepTheirProperties) {
     using Rule = std::tuple<const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t*,
                             const wchar_t*>; // property, value, flags, condition, before (null: unset), after
     const Rule rules[] = {{L"ZERO", L"v", L"#0", L"", L"0", L""},
@@ -53,12 +51,12 @@ TEST_F(FeaturesTest, PropertyExRulesSetClearOrKeepTheirProperties) {
     }
     package.Commit();
     TestSession session(package);
-    EXPECT_EQ(Run("ProcessPropertyEx", session), 0u);
+    EXPECT_EQ(RunAction("ProcessPropertyEx", session), 0u);
     for (const auto& [property, value, flags, condition, before, after] : rules) {
         EXPECT_EQ(session.Property(property), after) << property;
     }
     package.Insert(L"PropertyEx", columns, {{L"BAD", L"v", L"#0", L"OTHER =="}});
-    EXPECT_EQ(Run("ProcessPropertyEx", session), 1603u);
+    EXPECT_EQ(RunAction("ProcessPropertyEx", session), 1603u);
     EXPECT_EQ(ActionSession().Run("ProcessPropertyEx"), 1603u);
 }
 
@@ -113,7 +111,7 @@ TestSession Maintenance(const ProviderPackage& product) {
 
 // The product (probe with a key file) and an earlier edition (probe folder) installed, and a first
 // installation whose "nvcspr" has children. Wine cannot show that the rows put back are temporary.
-TEST_F(FeaturesTest, InstalledProductsDecideHidingSelectionAndAppPaths) {
+TEST(FeaturesTest, InstalledProductsDecideHidingSelectionAndAppPaths) {
     ProviderPackage own(true), earlier(false), fresh(true);
     const InstalledProduct ownProduct(own.package);
     earlier.package.SetProductCode(setuputils::kEarlierEditionProductCodes[1]);
@@ -123,14 +121,14 @@ TEST_F(FeaturesTest, InstalledProductsDecideHidingSelectionAndAppPaths) {
     fresh.package.Commit();
     {
         TestSession session = Maintenance(own);
-        EXPECT_EQ(Run("HideNVCSPRIfInstalled", session), 0u);
+        EXPECT_EQ(RunAction("HideNVCSPRIfInstalled", session), 0u);
         EXPECT_EQ(FeatureRows(session).count(L"nvcspr< 0"), 1u) << "hidden when installed";
         TestSession first(fresh.package);
         first.Cost();
         std::set<std::wstring> rows = FeatureRows(first);
-        EXPECT_EQ(Run("HideNVCSPRIfInstalled", first), 0u);
+        EXPECT_EQ(RunAction("HideNVCSPRIfInstalled", first), 0u);
         EXPECT_EQ(FeatureRows(first), rows) << "not installed: left alone";
-        EXPECT_EQ(Run("HideNVCSPRIfKC", first), 0u);
+        EXPECT_EQ(RunAction("HideNVCSPRIfKC", first), 0u);
         rows.erase(L"nvcspr< 1");
         rows.insert(L"nvcspr< 0");
         EXPECT_EQ(FeatureRows(first), rows) << "hidden, children kept";
@@ -149,7 +147,7 @@ TEST_F(FeaturesTest, InstalledProductsDecideHidingSelectionAndAppPaths) {
             session.SetProperty(L"ProductCode", own.package.productCode());
         }
         ASSERT_EQ(MsiSetFeatureStateW(session.get(), L"fake_nvcspr", fake), 0u);
-        EXPECT_EQ(Run("AddNewFeatures", session), 0u);
+        EXPECT_EQ(RunAction("AddNewFeatures", session), 0u);
         INSTALLSTATE state = INSTALLSTATE_UNKNOWN, nvconfig = state, nvcspr1 = state;
         MsiGetFeatureStateW(session.get(), L"nvconfig", &state, &nvconfig);
         MsiGetFeatureStateW(session.get(), L"nvcspr1", &state, &nvcspr1);

@@ -18,16 +18,12 @@ using namespace std::string_literals;
 using setuputils::ServiceHandle;
 const HKEY kHklm = HKEY_LOCAL_MACHINE;
 
-ServiceHandle Open(const std::wstring& name) {
-    ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-    return ServiceHandle(OpenServiceW(manager.get(), name.c_str(), SERVICE_ALL_ACCESS));
-}
-
 DWORD ProcessId(const std::wstring& name) {
+    ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
     SERVICE_STATUS_PROCESS status{};
     DWORD size = 0;
-    QueryServiceStatusEx(Open(name).get(), SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status),
-                         sizeof(status), &size);
+    QueryServiceStatusEx(ServiceHandle(OpenServiceW(manager.get(), name.c_str(), SERVICE_QUERY_STATUS)).get(),
+                         SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status), sizeof(status), &size);
     return status.dwProcessId;
 }
 
@@ -37,10 +33,10 @@ struct TestService {
                 bool running = false)
         : name(serviceName), path(L"\"" + TestProgramPath(L"test_service.exe") + L"\" " + name + options) {
         ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-        EXPECT_TRUE(ServiceHandle(CreateServiceW(manager.get(), name.c_str(), name.c_str(),
-                                                 SERVICE_ALL_ACCESS, type, startType, SERVICE_ERROR_IGNORE,
-                                                 path.c_str(), nullptr, nullptr, nullptr, nullptr, nullptr)));
-        EXPECT_TRUE(!running || StartServiceW(Open(name).get(), 0, nullptr)) << GetLastError();
+        ServiceHandle service(CreateServiceW(manager.get(), name.c_str(), name.c_str(), SERVICE_ALL_ACCESS,
+                                             type, startType, SERVICE_ERROR_IGNORE, path.c_str(), nullptr,
+                                             nullptr, nullptr, nullptr, nullptr));
+        EXPECT_TRUE(service && (!running || StartServiceW(service.get(), 0, nullptr))) << GetLastError();
         EXPECT_EQ(WaitForServiceState(name, running ? SERVICE_RUNNING : SERVICE_STOPPED),
                   running ? SERVICE_RUNNING : SERVICE_STOPPED);
     }
