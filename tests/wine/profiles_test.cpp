@@ -88,8 +88,10 @@ TEST_F(ProfilesTest, SetRunOnceEveryoneWritesOrRemovesWhereRunOnceExists) {
     EXPECT_FALSE(ReadRegistryValue(HKEY_USERS, kUserRunOnce, L"InstallCSP"));
 }
 
-// Each profile's icon cache (one without a path is skipped) is logged and deleted at the restart.
+// Each profile's icon cache (one without a path is skipped) is logged and deleted at the restart; the
+// cached Control Panel folder key goes when it is empty.
 void ExpectIconCachesScheduled(ActionSession& session, const std::wstring& localFolder) {
+    CreateKey(HKEY_CURRENT_USER, kControlsFolder);
     CreateKey(kHklm, kProfileList + L"1001");
     RestoreRegistryValue(kHklm, kProfileList + L"1002", L"ProfileImagePath",
                          RegistryText(L"%SystemDrive%\\users\\x", REG_EXPAND_SZ));
@@ -101,16 +103,14 @@ void ExpectIconCachesScheduled(ActionSession& session, const std::wstring& local
     EXPECT_EQ(session.messages().InfoTexts(), (Texts{heading, paths[0], heading, paths[1]}));
     EXPECT_EQ(ReadRegistryValue(kHklm, kSessionManager, L"PendingFileRenameOperations"),
               RegistryText(L"\\??\\" + paths[0] + L"\0\0\\??\\"s + paths[1] + L"\0\0"s, REG_MULTI_SZ));
-}
-
-// The cached Control Panel folder key goes when it is empty.
-TEST_F(ProfilesTest, RebuildIconCacheSchedulesEveryProfilesCacheAndDropsEmptyControlsFolder) {
-    CreateKey(HKEY_CURRENT_USER, kControlsFolder);
-    ExpectIconCachesScheduled(session_, L"\\AppData\\Local\\");
     EXPECT_FALSE(RegistryKeyExists(HKEY_CURRENT_USER, kControlsFolder));
     CreateKey(HKEY_CURRENT_USER, kControlsFolder + L"\\Sub");
-    EXPECT_EQ(session_.Run("RebuildIconCache"), 0u);
+    EXPECT_EQ(session.Run("RebuildIconCache"), 0u);
     EXPECT_TRUE(RegistryKeyExists(HKEY_CURRENT_USER, kControlsFolder + L"\\Sub"));
+}
+
+TEST_F(ProfilesTest, RebuildIconCacheSchedulesEveryProfilesCacheAndDropsEmptyControlsFolder) {
+    ExpectIconCachesScheduled(session_, L"\\AppData\\Local\\");
 }
 
 // Under Windows XP profiles keep local data elsewhere.
