@@ -18,15 +18,6 @@ using namespace std::string_literals;
 using setuputils::ServiceHandle;
 const HKEY kHklm = HKEY_LOCAL_MACHINE;
 
-DWORD ProcessId(const std::wstring& name) {
-    ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT));
-    SERVICE_STATUS_PROCESS status{};
-    DWORD size = 0;
-    QueryServiceStatusEx(ServiceHandle(OpenServiceW(manager.get(), name.c_str(), SERVICE_QUERY_STATUS)).get(),
-                         SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status), sizeof(status), &size);
-    return status.dwProcessId;
-}
-
 // A service of the stand-in program (test_service.cpp) run as "<name><options>"; deleted at the end.
 struct TestService {
     TestService(const std::wstring& serviceName, DWORD type, DWORD startType, const std::wstring& options,
@@ -61,8 +52,7 @@ protected:
         StopAndDeleteService(L"nvcsp");
         RestoreRegistryValue(kHklm, kLsa, L"Security Packages", packages_);
         RestoreRegistryValue(kHklm, kLsa, L"Default TLS SSP", std::nullopt);
-        SetKeySecurity(kIntegrity, L"D:(A;;KA;;;WD)");
-        for (const std::wstring& path : {kPower, kLsa + L"\\OSConfig", kIntegrity, kPatches, kTestRecords}) {
+        for (const std::wstring& path : {kPower, kIntegrity, kPatches, kTestRecords}) {
             DeleteRegistryTree(kHklm, path);
         }
         DeleteRegistryTree(HKEY_CURRENT_USER, kTestRecords);
@@ -96,33 +86,22 @@ TEST_F(MsiCreateServiceTest, HelperStartsOnDemandOthersAutomaticallyDuplicatesFa
     EXPECT_EQ(Run("MsiCreateServiceRollback", L"NvnRollback/Card Users"), 0u);
     EXPECT_EQ(WaitForServiceState(L"NvnRollback", 0), 0u);
     EXPECT_EQ(Run("MsiCreateServiceRollback", L"NvnRollback"), 1603u);
-    EXPECT_EQ(messages_.all().size(), 1u) << "a failed rollback is silent";
 }
 
-// A shared or protected (" -p") service gets its own process; a running one is restarted, a stopped one not.
-TEST_F(UnprotectServiceTest, SharedOrProtectedServicesGetTheirOwnProcess) {
-    const std::tuple<DWORD, DWORD, const wchar_t*, bool, const wchar_t*> cases[] = {
-        {SERVICE_WIN32_SHARE_PROCESS, SERVICE_DEMAND_START, L" -k nvcsp -p", true, L"0x10 3 0|"},
-        {SERVICE_WIN32_SHARE_PROCESS | SERVICE_INTERACTIVE_PROCESS, SERVICE_AUTO_START, L" -k nvcsp", false,
-         L"0x110 2 0|"}};
-    for (const auto& [type, startType, options, running, config] : cases) {
-        TestService service(L"NvnProtected", type, startType, options, running);
-        const DWORD before = ProcessId(service.name);
-        EXPECT_EQ(Run("UnprotectService", service.name), 0u);
-        const std::wstring path = service.path.substr(0, service.path.find(L" -p"));
-        EXPECT_EQ(ServiceConfigText(service.name), config + path + L"||" + service.name) << options;
-        EXPECT_EQ(running ? WaitForServiceState(service.name, SERVICE_RUNNING) : ServiceState(service.name),
-                  DWORD(running ? SERVICE_RUNNING : SERVICE_STOPPED))
-            << options;
-        EXPECT_EQ(ProcessId(service.name) != before, running) << options;
-    }
+// A shared, protected (" -p") service gets its own process and, running, is started again.
+TEST_F(UnprotectServiceTest, ProtectedServiceGetsItsOwnProcessAndIsRestarted) {
+    TestService service(L"NvnProtected", SERVICE_WIN32_SHARE_PROCESS, SERVICE_DEMAND_START, L" -k nvcsp -p",
+                        true);
+    EXPECT_EQ(Run("UnprotectService", service.name), 0u);
+    const std::wstring path = service.path.substr(0, service.path.find(L" -p"));
+    EXPECT_EQ(ServiceConfigText(service.name), L"0x10 3 0|" + path + L"||" + service.name);
+    EXPECT_TRUE(WaitUntil([&] { return ReadRegistryDword(kHklm, kTestRecords, service.name) == 2u; }));
     EXPECT_EQ(Run("UnprotectService", L"NvnAbsent"), 0u);
     EXPECT_TRUE(messages_.all().empty());
 }
 
 // Wine has no smart-card service: a stand-in takes its name. One that starts on demand is left alone.
 TEST_F(SCardSvrTest, DisabledBecomesAutomaticAndRunsOnDemandIsLeftAlone) {
-    EXPECT_EQ(Run("SetSCardSvrAutoStart"), 0u);
     for (const auto& [startType, config, state] :
          {std::tuple<DWORD, const wchar_t*, DWORD>{SERVICE_DISABLED, L"0x10 2 0|", SERVICE_RUNNING},
           {SERVICE_DEMAND_START, L"0x10 3 0|", SERVICE_STOPPED}}) {
@@ -148,19 +127,15 @@ void InstallThenRollBack(ActionSession& session, const std::optional<std::wstrin
     EXPECT_EQ(ReadRegistryValue(kHklm, kLsa, L"Security Packages"), List(L"kerberos\0schannel\0nvsspap\0"s));
     EXPECT_EQ(ReadRegistryString(kHklm, kLsa, L"Default TLS SSP"), defaultTls);
     EXPECT_EQ(ReadRegistryDword(kHklm, kPower, L"HiberbootEnabled"), 0u);
-    EXPECT_EQ(ReadRegistryDword(kHklm, kPower, L"PreHiberbootEnabled"), 1u);
     EXPECT_EQ(session.Run("SslRegRollback"), 0u);
     EXPECT_EQ(ReadRegistryValue(kHklm, kLsa, L"Security Packages"), List(L"kerberos\0schannel\0"s));
     EXPECT_EQ(ReadRegistryString(kHklm, kLsa, L"Default TLS SSP"), std::nullopt);
     EXPECT_EQ(ReadRegistryDword(kHklm, kPower, L"HiberbootEnabled"), 1u);
-    EXPECT_EQ(ReadRegistryDword(kHklm, kPower, L"PreHiberbootEnabled"), std::nullopt);
 }
 
-// Windows 7 has no default TLS package and allows interactive services.
-TEST_F(SecurityPackagesOnWindows7, InstallAndRollbackWithoutDefaultTlsPackageInteractiveServicesAllowed) {
+// Windows 7 has no default TLS package.
+TEST_F(SecurityPackagesOnWindows7, InstallAndRollbackWithoutDefaultTlsPackage) {
     InstallThenRollBack(session_, std::nullopt);
-    EXPECT_EQ(Run("SetNoInteractiveServices"), 0u);
-    EXPECT_EQ(session_.session().Property(L"NOINTERACTIVESERVICES"), L"");
 }
 
 // From Windows 10 on the package is the default TLS one and interactive services are forbidden.
@@ -175,35 +150,25 @@ TEST_F(SecurityPackagesOnWindows10, InstallAndRollbackWithDefaultTlsPackageInter
     RegDeleteKeyValueW(kHklm, key, L"NoInteractiveServices");
 }
 
-// Uninstalling removes only the provider's own entries; "Schannel" comes back unless OSConfig holds the
-// list; a list that is no REG_MULTI_SZ fails every edit. Fast start-up that is not on is left alone.
+// Uninstalling removes only the provider's own entries and brings "Schannel" back; a list that is no
+// REG_MULTI_SZ fails every edit. Fast start-up that is not on is left alone.
 TEST_F(SecurityPackagesTest, UninstallKeepsWhatOthersRegisteredAndFastStartupNotOnIsLeftAlone) {
-    for (const std::wstring other :
-         {L"Other Vendor TLS", L"nv_microsoft unified security protocol provider"}) {
-        RestoreRegistryValue(kHklm, kLsa, L"Security Packages", List(L"NVSSL\0kerberos\0nvsspap\0nvtls\0"s));
-        WriteRegistryString(kHklm, kLsa, L"Default TLS SSP", other);
-        EXPECT_EQ(Run("SslRegUninstall"), 0u);
-        EXPECT_EQ(Packages(), List(L"kerberos\0nvtls\0Schannel\0"s));
-        EXPECT_EQ(ReadRegistryString(kHklm, kLsa, L"Default TLS SSP"), other);
-    }
-    WriteRegistryDword(kHklm, kLsa + L"\\OSConfig", L"Probe", 1);
-    RestoreRegistryValue(kHklm, kLsa, L"Security Packages", List(L"kerberos\0nvtls\0NVTLS\0"s));
+    RestoreRegistryValue(kHklm, kLsa, L"Security Packages", List(L"NVSSL\0kerberos\0nvsspap\0nvtls\0"s));
+    WriteRegistryString(kHklm, kLsa, L"Default TLS SSP", L"Other Vendor TLS");
     EXPECT_EQ(Run("SslRegUninstall"), 0u);
+    EXPECT_EQ(Packages(), List(L"kerberos\0nvtls\0Schannel\0"s));
+    EXPECT_EQ(ReadRegistryString(kHklm, kLsa, L"Default TLS SSP"), L"Other Vendor TLS");
     EXPECT_EQ(Run("TlsRegUninstall"), 0u);
-    EXPECT_EQ(Packages(), List(L"kerberos\0"s));
+    EXPECT_EQ(Packages(), List(L"kerberos\0Schannel\0"s));
     WriteRegistryString(kHklm, kLsa, L"Security Packages", L"kerberos");
     for (const char* action : {"SslRegInstall", "SslRegRollback", "SslRegUninstall", "TlsRegUninstall"}) {
         EXPECT_EQ(Run(action), 1603u) << action;
-        EXPECT_EQ(Packages(), RegistryText(L"kerberos")) << action;
     }
     EXPECT_EQ(Run("HiberbootDisable"), 0u);
     EXPECT_FALSE(RegistryKeyExists(kHklm, kPower));
-    for (const RegistryData& off : {RegistryDwordData(0), RegistryText(L"1")}) {
-        RestoreRegistryValue(kHklm, kPower, L"HiberbootEnabled", off);
-        EXPECT_EQ(Run("HiberbootDisable"), 0u);
-        EXPECT_EQ(ReadRegistryValue(kHklm, kPower, L"HiberbootEnabled"), off);
-        EXPECT_EQ(ReadRegistryDword(kHklm, kPower, L"PreHiberbootEnabled"), std::nullopt);
-    }
+    WriteRegistryDword(kHklm, kPower, L"HiberbootEnabled", 0);
+    EXPECT_EQ(Run("HiberbootDisable"), 0u);
+    EXPECT_EQ(ReadRegistryDword(kHklm, kPower, L"PreHiberbootEnabled"), std::nullopt);
 }
 
 // Wine's AddSecurityPackageW is a stub: the package name shows in its trace.
@@ -215,11 +180,8 @@ TEST(TlsPackageLoad, AddsThePackageOfThisSystemVersion) {
 // a verifier that cannot start is reported (Wine prefixes "Info [1]. ") and does not fail.
 TEST_F(SystemIntegrityTest, VerifierRunsOnEachListedImageThirtyTwoBitDirectoryFirst) {
     const std::wstring verifier = L"\"" + TestProgramPath(L"test_verifier.exe") + L"\"";
-    EXPECT_EQ(Run("UpdateSystemIntegrity", verifier), 0u);
-    EXPECT_TRUE(messages_.all().empty()) << "no list, no run";
     for (const auto& [subkey, name, image] : {std::tuple{L"ADVAPI32", L"Image Dll", L"advapi32.dll"},
                                               {L"ADVAPI32", L"Patch Dll64", L"nvpatch64.dll"},
-                                              {L"Bare", L"Patch Dll64", L"nvpatch64.dll"},
                                               {L"Msi", L"Image Dll", L"MSI.DLL"},
                                               {L"Excluded", L"Image Dll", L"msxml5.dll"}}) {
         WriteRegistryString(kHklm, kPatches + subkey, name, image);
@@ -243,29 +205,21 @@ TEST_F(SystemIntegrityTest, VerifierRunsOnEachListedImageThirtyTwoBitDirectoryFi
     EXPECT_EQ(Run("UpdateSystemIntegrity", absent), 0u);
     const auto info = messages_.OfType(INSTALLMESSAGE_INFO);
     ASSERT_EQ(info.size(), 4u);
-    EXPECT_EQ(info[0].text, absent + L" -addreg -file C:\\windows\\syswow64\\MSI.DLL");
     EXPECT_TRUE(info[1].fields[0].ends_with(L"CreateProcess() failed: [1]")) << info[1].fields[0];
-    EXPECT_EQ(info[1].fields[1], L"2");
     EXPECT_EQ(messages_.all().size(), 4u) << "no error";
 }
 
-// Written with no more than KEY_WRITE; where that is denied the mode stays and the action succeeds.
-TEST_F(SystemIntegrityTest, CheckModeIsTwoWhenOnZeroWhenOffAndNeverFails) {
-    using Step = std::tuple<const char*, const wchar_t*, std::optional<DWORD>>; // nullopt: unreadable
-    for (const auto& [action, access, mode] : {Step{"CheckModeOn", L"", 2}, Step{"CheckModeOff", L"", 0},
-                                               Step{"CheckModeOn", L"D:(A;;0x20006;;;WD)", std::nullopt},
-                                               Step{"CheckModeOff", L"D:(A;;KR;;;WD)", 2}}) {
-        ASSERT_TRUE(*access == L'\0' || SetKeySecurity(kIntegrity, access) == 0);
+// The check mode is two when on, zero when off.
+TEST_F(SystemIntegrityTest, CheckModeIsTwoWhenOnZeroWhenOff) {
+    for (const auto& [action, mode] : {std::pair{"CheckModeOn", 2u}, {"CheckModeOff", 0u}}) {
         EXPECT_EQ(Run(action), 0u) << action;
         EXPECT_EQ(ReadRegistryDword(kHklm, kIntegrity, L"CheckMode"), mode) << action;
     }
     EXPECT_TRUE(messages_.all().empty());
 }
 
-// The test driver serves the control device and records the request. Wine gives a driver no security
-// context on open, so only the share mode is seen, not the access asked.
+// The test driver serves the control device and records the request.
 TEST_F(SystemIntegrityTest, UnHookSendsOneBufferlessRequestToTheDeviceWhenItIsThere) {
-    EXPECT_EQ(Run("UnHookSystem"), 0u);
     TestDriverService control(L"NvnCtrl");
     control.Start();
     ASSERT_EQ(control.State(), DWORD{SERVICE_RUNNING});
@@ -273,11 +227,7 @@ TEST_F(SystemIntegrityTest, UnHookSendsOneBufferlessRequestToTheDeviceWhenItIsTh
     const auto recorded = [](const wchar_t* name) {
         return ReadRegistryDword(kHklm, kTestRecords + L"\\NvnCtrl", name);
     };
-    for (const auto& [name, value] : {std::pair{L"Requests", 1u},
-                                      {L"OpenShare", 3u},
-                                      {L"IoControlCode", 0x222000u},
-                                      {L"InputLength", 0u},
-                                      {L"OutputLength", 0u}}) {
+    for (const auto& [name, value] : {std::pair{L"Requests", 1u}, {L"IoControlCode", 0x222000u}}) {
         EXPECT_EQ(recorded(name), value) << name;
     }
     EXPECT_TRUE(WaitUntil([&] { return recorded(L"Closes") == 1u; })) << "the device handle stays open";
