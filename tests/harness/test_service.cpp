@@ -1,11 +1,10 @@
-// A stand-in service for the service tests. Its command line names the
-// service ("test_service.exe <name> ..."), so that it runs under either
-// process type. It runs until asked to stop and then takes half a second to
-// stop, so that whoever stops it has to wait.
+// A stand-in service named by its command line ("test_service.exe <name> ...") that counts its starts
+// under HKLM\Software\SetupUtilsTests, runs until asked to stop and then takes half a second to stop.
 #include <windows.h>
 
 namespace {
 
+const wchar_t kRecords[] = L"Software\\SetupUtilsTests";
 wchar_t g_name[256] = L"";
 SERVICE_STATUS_HANDLE g_status = nullptr;
 HANDLE g_stopRequested = nullptr;
@@ -26,6 +25,10 @@ DWORD WINAPI Control(DWORD control, DWORD, void*, void*) {
 
 void WINAPI ServiceMain(DWORD, wchar_t**) {
     if ((g_status = RegisterServiceCtrlHandlerExW(g_name, Control, nullptr)) != nullptr) {
+        DWORD starts = 0, size = sizeof(starts);
+        RegGetValueW(HKEY_LOCAL_MACHINE, kRecords, g_name, RRF_RT_REG_DWORD, nullptr, &starts, &size);
+        ++starts;
+        RegSetKeyValueW(HKEY_LOCAL_MACHINE, kRecords, g_name, REG_DWORD, &starts, sizeof(starts));
         Report(SERVICE_RUNNING);
         WaitForSingleObject(g_stopRequested, INFINITE);
         Sleep(500);

@@ -1,8 +1,6 @@
-// Stands in for the provider's verifier. Each run is recorded under
-// HKCU\Software\SetupUtilsTests\Verifier as a value named after the image (the
-// text after " -file ") holding the command line and, after a tab, the number
-// of processes sharing its console (1: it has one of its own). It then runs
-// on for a while, as a verifier does, and exits with 7.
+// Stands in for the provider's verifier: records its command line and, after a tab, how many processes
+// share its console (1: its own) under HKCU\Software\SetupUtilsTests\Verifier, named after the image
+// (the text after " -file "); then runs on for a while, as a verifier does, and exits with 7.
 #include <string>
 
 #include <windows.h>

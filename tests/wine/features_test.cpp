@@ -1,7 +1,4 @@
-// The feature and property actions against Wine's installer: PropertyEx rules
-// in a real session, "nvcspr" hidden in the session's Feature table, and
-// feature selection and AppPath clean-up against products installed in the
-// test prefix for the test.
+// The feature and property actions against Wine's installer and products installed for the test.
 #include <gtest/gtest.h>
 
 #include <windows.h>
@@ -9,13 +6,12 @@
 #include <msiquery.h>
 
 #include <algorithm>
-#include <map>
 #include <set>
 #include <string>
+#include <tuple>
 
 #include "action_session.h"
 #include "frame/product_codes.h"
-#include "frame/session.h"
 #include "library.h"
 #include "machine.h"
 #include "test_package.h"
@@ -23,57 +19,42 @@
 namespace harness {
 namespace {
 
-class FeaturesTest : public ::testing::Test {
-protected:
-    UINT Run(const char* action, TestSession& session) { return library_.Action(action)(session.get()); }
+UINT RunAction(const char* action, TestSession& session) {
+    static const SetupUtilsLibrary library;
+    return library.Action(action)(session.get());
+}
 
-    SetupUtilsLibrary library_;
-};
-
-TEST_F(FeaturesTest, PropertyExRulesSetClearOrKeepTheirProperties) {
-    const struct {
-        const wchar_t* property;
-        const wchar_t* value;
-        const wchar_t* flags;
-        const wchar_t* condition;
-        const wchar_t* before; // null: unset
-        const wchar_t* after;
-    } rules[] = {
-        {L"ZERO", L"v", L"#0", L"", L"0", L""}, // "0" counts as unset: cleared, not given the value
-        {L"ZERO_OVERWRITTEN", L"v", L"#1", L"", L"0", L"v"},
-        {L"OVERWRITTEN", L"[OTHER]\\x", L"#1", L"", L"old", L"other\\x"},
-        {L"EMPTY", L"[OTHER]y", L"#0", L"", nullptr, L"othery"},
-        {L"KEPT", L"v", L"#0", L"", L"old", L"old"},
-        {L"KEPT_ZEROS", L"v", L"#0", L"", L"00", L"00"},
-        {L"SKIPPED", L"v", L"#1", L"OTHER = \"none\"", L"old", L"old"},
-        {L"CONDITIONED", L"v", L"#0", L"OTHER = \"other\"", nullptr, L"v"},
-    };
+// "0" counts as unset; a condition that does not parse fails the action.
+TEST(FeaturesTest, PropertyExRulesSetClearOrKeepTheirProperties) {
+    using Rule = std::tuple<const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t*,
+                            const wchar_t*>; // property, value, flags, condition, before (null: unset), after
+    const Rule rules[] = {{L"ZERO", L"v", L"#0", L"", L"0", L""},
+                          {L"OVERWRITTEN", L"[OTHER]\\x", L"#1", L"", L"old", L"other\\x"},
+                          {L"EMPTY", L"[OTHER]y", L"#0", L"", nullptr, L"othery"},
+                          {L"KEPT", L"v", L"#0", L"", L"old", L"old"},
+                          {L"SKIPPED", L"v", L"#1", L"OTHER = \"none\"", L"old", L"old"},
+                          {L"CONDITIONED", L"v", L"#0", L"OTHER = \"other\"", nullptr, L"v"}};
+    const std::wstring columns = L"`Property`, `Value`, `Flags`, `Condition`";
     TestPackage package;
     package.AddStandardTables();
     package.Sql(
         L"CREATE TABLE `PropertyEx` (`Property` CHAR(72) NOT NULL, `Value` CHAR(0), `Flags` SHORT NOT "
         L"NULL, `Condition` CHAR(255) PRIMARY KEY `Property`)");
     package.SetProperty(L"OTHER", L"other");
-    for (const auto& rule : rules) {
-        package.Insert(L"PropertyEx", L"`Property`, `Value`, `Flags`, `Condition`",
-                       {{rule.property, rule.value, rule.flags, rule.condition}});
-        if (rule.before != nullptr) {
-            package.SetProperty(rule.property, rule.before);
+    for (const auto& [property, value, flags, condition, before, after] : rules) {
+        package.Insert(L"PropertyEx", columns, {{property, value, flags, condition}});
+        if (before != nullptr) {
+            package.SetProperty(property, before);
         }
     }
     package.Commit();
     TestSession session(package);
-    EXPECT_EQ(Run("ProcessPropertyEx", session), 0u);
-    for (const auto& rule : rules) {
-        EXPECT_EQ(session.Property(rule.property), rule.after) << rule.property;
+    EXPECT_EQ(RunAction("ProcessPropertyEx", session), 0u);
+    for (const auto& [property, value, flags, condition, before, after] : rules) {
+        EXPECT_EQ(session.Property(property), after) << property;
     }
-
-    // A condition the installer cannot parse fails the action, and so does a package without the table.
-    package.Insert(L"PropertyEx", L"`Property`, `Value`, `Flags`, `Condition`",
-                   {{L"BAD", L"v", L"#0", L"OTHER =="}});
-    EXPECT_EQ(Run("ProcessPropertyEx", session), static_cast<UINT>(ERROR_INSTALL_FAILURE));
-    ActionSession plain;
-    EXPECT_EQ(plain.Run("ProcessPropertyEx"), static_cast<UINT>(ERROR_INSTALL_FAILURE));
+    package.Insert(L"PropertyEx", columns, {{L"BAD", L"v", L"#0", L"OTHER =="}});
+    EXPECT_EQ(RunAction("ProcessPropertyEx", session), 1603u);
 }
 
 void AddFeatureRow(TestPackage& package, const std::wstring& feature, const std::wstring& parent,
@@ -91,39 +72,8 @@ std::set<std::wstring> FeatureRows(TestSession& session) {
     return rows;
 }
 
-// Wine cannot show that the rows put back are temporary ones: committing a
-// table that holds a temporary row writes none of that table's rows, so the
-// committed file cannot tell them apart.
-TEST_F(FeaturesTest, HidingPutsNvcsprBackHiddenAndKeepsItsChildren) {
-    for (const bool withChildren : {true, false}) {
-        SCOPED_TRACE(withChildren ? "with children" : "without children");
-        TestPackage package;
-        package.AddStandardTables();
-        AddFeatureRow(package, L"nvcspr", L"");
-        AddFeatureRow(package, L"other", L"");
-        if (withChildren) {
-            AddFeatureRow(package, L"nvcspr_a", L"nvcspr");
-            AddFeatureRow(package, L"nvcspr_b", L"nvcspr");
-        }
-        package.Commit();
-        TestSession session(package);
-        session.Cost();
-        std::set<std::wstring> rows = FeatureRows(session);
-        // Not installed: nothing changes.
-        EXPECT_EQ(Run("HideNVCSPRIfInstalled", session), 0u);
-        EXPECT_EQ(FeatureRows(session), rows);
-
-        EXPECT_EQ(Run("HideNVCSPRIfKC", session), 0u);
-        rows.erase(L"nvcspr< 1");
-        rows.insert(L"nvcspr< 0");
-        EXPECT_EQ(FeatureRows(session), rows);
-    }
-}
-
-// A package with the provider's features: "nvcspr" holds the probe component
-// (kNewFeaturesProbeComponent) with "probe.exe" as its key file or with its
-// folder as key path, "fake_nvcspr" holds "tool.exe", and the empty
-// "nvconfig" and "nvcspr1" are left out by default.
+// "nvcspr" holds the probe component (key file "probe.exe" or its folder), "fake_nvcspr" holds "tool.exe",
+// and the empty "nvconfig" and "nvcspr1" are left out by default.
 struct ProviderPackage {
     explicit ProviderPackage(bool probeKeyFile) : folder(MakeTempFolder(L"app")) {
         const std::wstring source = package.path().substr(0, package.path().find_last_of(L'\\') + 1);
@@ -156,81 +106,75 @@ TestSession Maintenance(const ProviderPackage& product) {
     return session;
 }
 
-INSTALLSTATE Action(TestSession& session, const wchar_t* feature) {
-    INSTALLSTATE installed = INSTALLSTATE_UNKNOWN;
-    INSTALLSTATE action = INSTALLSTATE_UNKNOWN;
-    MsiGetFeatureStateW(session.get(), feature, &installed, &action);
-    return action;
-}
-
-// Two products installed: the package's own, whose probe component has a key
-// file, and an earlier edition, whose probe component has its folder as key path.
-TEST_F(FeaturesTest, InstalledProductsDecideHidingSelectionAndAppPaths) {
-    ProviderPackage own(true), earlier(false);
+// The product (probe with a key file) and an earlier edition (probe folder) installed, and a first
+// installation whose "nvcspr" has children. Wine cannot show that the rows put back are temporary.
+TEST(FeaturesTest, InstalledProductsDecideHidingSelectionAndAppPaths) {
+    ProviderPackage own(true), earlier(false), fresh(true);
     const InstalledProduct ownProduct(own.package);
     earlier.package.SetProductCode(setuputils::kEarlierEditionProductCodes[1]);
     const InstalledProduct earlierProduct(earlier.package);
-
+    AddFeatureRow(fresh.package, L"nvcspr_a", L"nvcspr");
+    AddFeatureRow(fresh.package, L"nvcspr_b", L"nvcspr");
+    fresh.package.Commit();
     {
         TestSession session = Maintenance(own);
-        EXPECT_EQ(Run("HideNVCSPRIfInstalled", session), 0u);
-        EXPECT_EQ(FeatureRows(session).count(L"nvcspr< 0"), 1u);
+        EXPECT_EQ(RunAction("HideNVCSPRIfInstalled", session), 0u);
+        EXPECT_EQ(FeatureRows(session).count(L"nvcspr< 0"), 1u) << "hidden when installed";
+        TestSession first(fresh.package);
+        first.Cost();
+        std::set<std::wstring> rows = FeatureRows(first);
+        EXPECT_EQ(RunAction("HideNVCSPRIfKC", first), 0u);
+        rows.erase(L"nvcspr< 1");
+        rows.insert(L"nvcspr< 0");
+        EXPECT_EQ(FeatureRows(first), rows) << "hidden, children kept";
     }
 
-    // "nvconfig" is selected. "nvcspr1" is selected only when "fake_nvcspr" is
-    // installed and stays, and the product's probe component has a file as
-    // key path: not in a first installation (though the product named by
-    // ProductCode has the probe file), nor in the earlier edition's.
-    ProviderPackage fresh(true);
-    fresh.package.Commit();
-    const struct {
-        const ProviderPackage* installed; // null: a first installation of `fresh`
-        INSTALLSTATE fake;                // asked for "fake_nvcspr"
-        bool selected;
-    } cases[] = {{nullptr, INSTALLSTATE_LOCAL, false},
-                 {&own, INSTALLSTATE_LOCAL, true},
-                 {&own, INSTALLSTATE_ABSENT, false},
-                 {&earlier, INSTALLSTATE_LOCAL, false}};
-    for (const auto& c : cases) {
-        TestSession session = c.installed ? Maintenance(*c.installed) : TestSession(fresh.package);
-        if (c.installed == nullptr) {
+    // "nvcspr1" only when "fake_nvcspr" stays installed and the product's own probe has a key file.
+    const std::tuple<const ProviderPackage*, INSTALLSTATE, bool> cases[] = {
+        {nullptr, INSTALLSTATE_LOCAL, false},
+        {&own, INSTALLSTATE_LOCAL, true},
+        {&own, INSTALLSTATE_ABSENT, false},
+        {&earlier, INSTALLSTATE_LOCAL, false}};
+    for (const auto& [installed, fake, selected] : cases) {
+        TestSession session = installed ? Maintenance(*installed) : TestSession(fresh.package);
+        if (installed == nullptr) {
             session.Cost();
             session.SetProperty(L"ProductCode", own.package.productCode());
         }
-        ASSERT_EQ(MsiSetFeatureStateW(session.get(), L"fake_nvcspr", c.fake), 0u);
-        EXPECT_EQ(Run("AddNewFeatures", session), 0u);
-        EXPECT_EQ(Action(session, L"nvconfig"), INSTALLSTATE_LOCAL);
-        EXPECT_EQ(Action(session, L"nvcspr1") == INSTALLSTATE_LOCAL, c.selected) << &c - cases;
+        ASSERT_EQ(MsiSetFeatureStateW(session.get(), L"fake_nvcspr", fake), 0u);
+        EXPECT_EQ(RunAction("AddNewFeatures", session), 0u);
+        INSTALLSTATE state = INSTALLSTATE_UNKNOWN, nvconfig = state, nvcspr1 = state;
+        MsiGetFeatureStateW(session.get(), L"nvconfig", &state, &nvconfig);
+        MsiGetFeatureStateW(session.get(), L"nvcspr1", &state, &nvcspr1);
+        EXPECT_EQ(nvconfig, INSTALLSTATE_LOCAL);
+        EXPECT_EQ(nvcspr1 == INSTALLSTATE_LOCAL, selected) << installed << fake;
     }
 
-    // The first AppPath entry of each component of the product or an earlier
-    // edition goes: the path matched exactly, case included.
-    const std::wstring appPaths = L"SOFTWARE\\Norvane\\Cryptography\\CurrentVersion\\AppPath";
+    // The first entry of each component's exact path goes; from an unrelated product only the earlier
+    // edition's.
+    const std::wstring appPaths = L"SOFTWARE\\Norvane\\Cryptography\\CurrentVersion\\AppPath\\";
     std::wstring ownToolInCapitals = own.folder + L"tool.exe";
     std::transform(ownToolInCapitals.begin(), ownToolInCapitals.end(), ownToolInCapitals.begin(), towupper);
-    const std::map<std::wstring, std::wstring> entries = {{L"1", own.folder + L"probe.exe"},
-                                                          {L"2", own.folder + L"probe.exe"},
-                                                          {L"3", earlier.folder + L"tool.exe"},
-                                                          {L"4", ownToolInCapitals},
-                                                          {L"5", L"C:\\elsewhere\\tool.exe"}};
-    for (const auto& [name, path] : entries) {
-        WriteRegistryString(HKEY_LOCAL_MACHINE, appPaths + L"\\" + name, L"", path);
+    const std::wstring paths[] = {own.folder + L"probe.exe", own.folder + L"probe.exe",
+                                  earlier.folder + L"tool.exe", ownToolInCapitals,
+                                  L"C:\\elsewhere\\tool.exe"};
+    for (int i = 0; i < 5; ++i) {
+        WriteRegistryString(HKEY_LOCAL_MACHINE, appPaths + std::to_wstring(i + 1), L"", paths[i]);
     }
     auto left = [&] {
         std::wstring names;
-        for (const auto& [name, path] : entries) {
-            names += RegistryKeyExists(HKEY_LOCAL_MACHINE, appPaths + L"\\" + name) ? name : L"";
+        for (const wchar_t* name : {L"1", L"2", L"3", L"4", L"5"}) {
+            names += RegistryKeyExists(HKEY_LOCAL_MACHINE, appPaths + name) ? name : L"";
         }
         return names;
     };
-    // A session of an unrelated product: only the earlier edition counts.
     ActionSession unrelated;
     EXPECT_EQ(unrelated.Run("RemoveAppPaths"), 0u);
     EXPECT_EQ(left(), L"1245");
     unrelated.session().SetProperty(L"ProductCode", own.package.productCode());
     EXPECT_EQ(unrelated.Run("RemoveAppPaths"), 0u);
     EXPECT_EQ(left(), L"245");
-    DeleteRegistryTree(HKEY_LOCAL_MACHINE, appPaths);
+    DeleteRegistryTree(HKEY_LOCAL_MACHINE, L"SOFTWARE\\Norvane\\Cryptography");
 }
 
 } // namespace

@@ -1,12 +1,7 @@
-// The per-user maintenance actions and the path and key actions of the
-// features against Wine. Wine's HKEY_USERS holds ".Default" and the one user
-// every program runs as, neither with a RunOnce key, and its ProfileList holds
-// that user only (C:\users\root): the tests add what they need; a snapshot
-// taken first tells what to put back, the pending file renames included
-// (the next start of the prefix would carry them out).
+// The per-user, path and key actions against Wine, whose only profile (C:\users\root) and ".Default" hive
+// have no RunOnce key: the tests add what they need.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <optional>
 #include <string>
 #include <tuple>
@@ -23,15 +18,16 @@ using namespace std::string_literals;
 using Texts = std::vector<std::wstring>;
 
 const HKEY kHklm = HKEY_LOCAL_MACHINE;
-const std::wstring kSettings = L"SOFTWARE\\Norvane\\Settings\\";
-const std::wstring kUserRunOnce =
-    L"S-1-5-21-0-0-0-1000\\Software\\Microsoft\\Windows\\CurrentVersion\\RunOnce";
-const std::wstring kDefaultRunOnce = L".Default\\Software\\Microsoft\\Windows\\CurrentVersion\\RunOnce";
-const std::wstring kProfileList = L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\\";
+const std::wstring kRunOnce = L"\\Software\\Microsoft\\Windows\\CurrentVersion\\RunOnce";
+const std::wstring kUserRunOnce = L"S-1-5-21-0-0-0-1000" + kRunOnce;
+const std::wstring kDefaultRunOnce = L".Default" + kRunOnce;
+const std::wstring kProfileList =
+    L"SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion\\ProfileList\\S-1-5-21-0-0-0-";
 const std::wstring kControlsFolder = L"Software\\Microsoft\\Windows\\CurrentVersion\\Controls Folder";
 const std::wstring kSessionManager = L"System\\CurrentControlSet\\Control\\Session Manager";
 const std::wstring kCryptography = L"SOFTWARE\\Norvane\\Cryptography";
 
+// Puts back what the actions change, pending file renames included.
 class ProfilesTest : public ::testing::Test {
 protected:
     ProfilesTest() { messages_.Clear(); }
@@ -39,13 +35,10 @@ protected:
         DeleteRegistryTree(kHklm, L"SOFTWARE\\Norvane");
         DeleteRegistryTree(HKEY_USERS, kUserRunOnce);
         DeleteRegistryTree(HKEY_USERS, kDefaultRunOnce);
-        DeleteRegistryTree(kHklm, kProfileList + L"S-1-5-21-0-0-0-1001");
-        DeleteRegistryTree(kHklm, kProfileList + L"S-1-5-21-0-0-0-1002");
+        DeleteRegistryTree(kHklm, kProfileList + L"1001");
+        DeleteRegistryTree(kHklm, kProfileList + L"1002");
         RestoreRegistryValue(kHklm, kSessionManager, L"PendingFileRenameOperations", renames_);
         DeleteRegistryTree(HKEY_CURRENT_USER, kControlsFolder);
-    }
-    void CreateKey(HKEY root, const std::wstring& path) {
-        RestoreRegistryValue(root, path, L"", std::nullopt);
     }
 
     const std::optional<RegistryData> renames_ =
@@ -54,62 +47,49 @@ protected:
     MessageRecorder& messages_ = session_.messages();
 };
 
-// The machine's passwords and those of each user listed in the settings tree.
+void CreateKey(HKEY root, const std::wstring& path) {
+    RestoreRegistryValue(root, path, L"", std::nullopt);
+}
+
+// The machine's and each listed user's password entries go, except those with subkeys.
 TEST_F(ProfilesTest, DeleteShortcutsRemovesOnlyPasswordEntriesWithoutSubkeys) {
-    const Texts roots = {kSettings, kSettings + L"Users\\S-1-5-21-0-0-0-1000\\",
-                         kSettings + L"Users\\Other\\"};
-    for (const std::wstring& root : roots) {
-        WriteRegistryString(kHklm, root + L"KeyDevices\\passwords\\a", L"pin", L"1");
-        WriteRegistryString(kHklm, root + L"KeyDevices\\passwords\\kept\\sub", L"pin", L"2");
-        CreateKey(kHklm, root + L"KeyDevices\\passwords\\z");
-        CreateKey(kHklm, root + L"KeyDevices\\readers\\r");
+    Lines gone;
+    for (const std::wstring user : {L"", L"Users\\S-1-5-21-0-0-0-1000\\"}) {
+        const std::wstring root = L"SOFTWARE\\Norvane\\Settings\\" + user + L"KeyDevices\\";
+        WriteRegistryString(kHklm, root + L"passwords\\a", L"pin", L"1");
+        WriteRegistryString(kHklm, root + L"passwords\\kept\\sub", L"pin", L"2");
+        CreateKey(kHklm, root + L"passwords\\z");
+        CreateKey(kHklm, root + L"readers\\r");
+        const std::wstring passwords = L"- HKLM\\" + root + L"passwords\\";
+        gone.insert(gone.end(), {passwords + L"a", passwords + L"a [pin] type 1 '1|'", passwords + L"z"});
     }
     const Watched tree = {{{kHklm, L"SOFTWARE\\Norvane"}}, {}, {}};
     const Snapshot before = TakeSnapshot(tree);
     EXPECT_EQ(session_.Run("DeleteShortcuts"), 0u);
-    Lines gone;
-    for (const std::wstring& root : roots) {
-        const std::wstring passwords = L"- HKLM\\" + root + L"KeyDevices\\passwords\\";
-        gone.insert(gone.end(), {passwords + L"a", passwords + L"a [pin] type 1 '1|'", passwords + L"z"});
-    }
-    std::sort(gone.begin(), gone.end());
     EXPECT_EQ(SnapshotChanges(before, TakeSnapshot(tree)), gone);
     EXPECT_TRUE(messages_.all().empty());
 }
 
-// Only the user's hive has a RunOnce key; ".Default", enumerated first, must
-// not get one. A removal reaches every hive that has the key.
+// Written only where RunOnce exists (".Default", enumerated first, gets none); removed from every hive.
 TEST_F(ProfilesTest, SetRunOnceEveryoneWritesOrRemovesWhereRunOnceExists) {
-    struct Case {
-        std::wstring data;
-        std::optional<std::wstring> installCsp, setup; // the entries afterwards
-    };
-    const Case cases[] = {{L"C:\\p\\csp.exe -q", L"C:\\p\\csp.exe -q", std::nullopt},
-                          {L"Setup/C:\\p\\a.exe /x", L"old", L"C:\\p\\a.exe /x"},
-                          {L"x", L"x", std::nullopt},
-                          {L"InstallCSP/", std::nullopt, std::nullopt},
-                          {L"", L"old", std::nullopt}};
-    for (const Case& c : cases) {
-        DeleteRegistryTree(HKEY_USERS, kUserRunOnce);
+    for (const auto& [data, installCsp] : {std::pair{L"x", L"x"}, {L"", L"old"}}) {
         WriteRegistryString(HKEY_USERS, kUserRunOnce, L"InstallCSP", L"old");
-        EXPECT_EQ(session_.Run("SetRunOnceEveryone", c.data), 0u);
-        EXPECT_EQ(ReadRegistryString(HKEY_USERS, kUserRunOnce, L"InstallCSP"), c.installCsp) << c.data;
-        EXPECT_EQ(ReadRegistryString(HKEY_USERS, kUserRunOnce, L"Setup"), c.setup) << c.data;
-        EXPECT_FALSE(RegistryKeyExists(HKEY_USERS, kDefaultRunOnce)) << c.data;
+        EXPECT_EQ(session_.Run("SetRunOnceEveryone", data), 0u);
+        EXPECT_EQ(ReadRegistryString(HKEY_USERS, kUserRunOnce, L"InstallCSP"), installCsp) << data;
+        EXPECT_FALSE(RegistryKeyExists(HKEY_USERS, kDefaultRunOnce)) << data;
     }
     WriteRegistryString(HKEY_USERS, kDefaultRunOnce, L"InstallCSP", L"old");
-    WriteRegistryString(HKEY_USERS, kUserRunOnce, L"InstallCSP", L"old");
     EXPECT_EQ(session_.Run("SetRunOnceEveryone", L"InstallCSP/"), 0u);
     EXPECT_FALSE(ReadRegistryValue(HKEY_USERS, kDefaultRunOnce, L"InstallCSP"));
     EXPECT_FALSE(ReadRegistryValue(HKEY_USERS, kUserRunOnce, L"InstallCSP"));
 }
 
-// Wine's own profile, one without a path (skipped) and one whose path names
-// an environment variable and does not exist: each icon cache is logged after
-// the same heading and scheduled for deletion at the restart.
+// Each profile's icon cache (one without a path is skipped) is logged and deleted at the restart; the
+// empty cached Control Panel folder key goes.
 void ExpectIconCachesScheduled(ActionSession& session, const std::wstring& localFolder) {
-    RestoreRegistryValue(kHklm, kProfileList + L"S-1-5-21-0-0-0-1001", L"", std::nullopt);
-    RestoreRegistryValue(kHklm, kProfileList + L"S-1-5-21-0-0-0-1002", L"ProfileImagePath",
+    CreateKey(HKEY_CURRENT_USER, kControlsFolder);
+    CreateKey(kHklm, kProfileList + L"1001");
+    RestoreRegistryValue(kHklm, kProfileList + L"1002", L"ProfileImagePath",
                          RegistryText(L"%SystemDrive%\\users\\x", REG_EXPAND_SZ));
     RestoreRegistryValue(kHklm, kSessionManager, L"PendingFileRenameOperations", std::nullopt);
     EXPECT_EQ(session.Run("RebuildIconCache"), 0u);
@@ -119,59 +99,39 @@ void ExpectIconCachesScheduled(ActionSession& session, const std::wstring& local
     EXPECT_EQ(session.messages().InfoTexts(), (Texts{heading, paths[0], heading, paths[1]}));
     EXPECT_EQ(ReadRegistryValue(kHklm, kSessionManager, L"PendingFileRenameOperations"),
               RegistryText(L"\\??\\" + paths[0] + L"\0\0\\??\\"s + paths[1] + L"\0\0"s, REG_MULTI_SZ));
-}
-
-// The cached Control Panel folder key goes when it is empty.
-TEST_F(ProfilesTest, RebuildIconCacheSchedulesEveryProfilesCacheAndDropsEmptyControlsFolder) {
-    CreateKey(HKEY_CURRENT_USER, kControlsFolder);
-    ExpectIconCachesScheduled(session_, L"\\AppData\\Local\\");
     EXPECT_FALSE(RegistryKeyExists(HKEY_CURRENT_USER, kControlsFolder));
-    CreateKey(HKEY_CURRENT_USER, kControlsFolder + L"\\Sub");
-    EXPECT_EQ(session_.Run("RebuildIconCache"), 0u);
-    EXPECT_TRUE(RegistryKeyExists(HKEY_CURRENT_USER, kControlsFolder + L"\\Sub"));
 }
 
-// Runs under Windows XP, where profiles keep local data elsewhere.
+TEST_F(ProfilesTest, RebuildIconCacheSchedulesEveryProfilesCacheAndDropsEmptyControlsFolder) {
+    ExpectIconCachesScheduled(session_, L"\\AppData\\Local\\");
+}
+
+// Under Windows XP profiles keep local data elsewhere.
 using ProfilesIconCacheOnWindowsXP = ProfilesTest;
 TEST_F(ProfilesIconCacheOnWindowsXP, UsesLocalSettingsFolder) {
     ASSERT_EQ(ReportedMajorVersion(), 5u);
     ExpectIconCachesScheduled(session_, L"\\Local Settings\\Application Data\\");
 }
 
-// Wine's registry lacks "ProgramW6432Dir" (Windows x64 has it): the test
-// first runs without it, then writes it.
-TEST_F(ProfilesTest, PathPropertiesGetCSPProgramW6432Dir) {
+// Wine lacks "ProgramW6432Dir", so the test writes it; only empty cryptography keys go.
+TEST_F(ProfilesTest, PathPropertiesAndEmptyCryptographyKeys) {
     const std::wstring key = L"SOFTWARE\\Microsoft\\Windows\\CurrentVersion";
-    EXPECT_EQ(session_.Run("GetCSPProgramW6432Dir"), 2u);
-    EXPECT_EQ(session_.session().Property(L"GetCSPProgramW6432Dir"), L"");
     WriteRegistryString(kHklm, key, L"ProgramW6432Dir", L"D:\\Programs");
-    const UINT status = session_.Run("GetCSPProgramW6432Dir");
+    EXPECT_EQ(session_.Run("GetCSPProgramW6432Dir"), 0u);
     RestoreRegistryValue(kHklm, key, L"ProgramW6432Dir", std::nullopt);
-    EXPECT_EQ(status, 0u);
     EXPECT_EQ(session_.session().Property(L"GetCSPProgramW6432Dir"), L"D:\\Programs\\Norvane\\CSP\\");
-}
 
-// A folder there gets its short name (one Wine makes up from a hash of the
-// long one), one missing is left as it is.
-TEST_F(ProfilesTest, PathPropertiesMsiGetShortPathName) {
     const std::wstring folder = MakeTempFolder(L"short") + L"A folder with a long name\\";
     ASSERT_TRUE(CreateDirectoryW(folder.c_str(), nullptr));
     wchar_t shortPath[MAX_PATH] = {};
     GetShortPathNameW(folder.c_str(), shortPath, MAX_PATH);
-    for (const std::wstring& path : {folder, folder + L"Not there\\"}) {
-        session_.session().SetProperty(L"INSTALLDIR64", path);
-        EXPECT_EQ(session_.Run("MsiGetShortPathName"), 0u);
-        EXPECT_EQ(session_.session().Property(L"INSTALLDIR64"), path == folder ? shortPath : path);
-    }
-    EXPECT_NE(std::wstring(shortPath), folder);
+    session_.session().SetProperty(L"INSTALLDIR64", folder);
+    EXPECT_EQ(session_.Run("MsiGetShortPathName"), 0u);
+    EXPECT_EQ(session_.session().Property(L"INSTALLDIR64"), shortPath);
     RemoveDirectoryW(folder.c_str());
-}
 
-// Only empty keys go: the configuration key, then its parent.
-TEST_F(ProfilesTest, PathPropertiesDelNVCryptographyKeyDeletesOnlyEmptyKeys) {
-    const std::tuple<const wchar_t*, bool, bool> cases[] = {
-        {L"CurrentVersion\\AppPath", true, true}, {L"Other", false, true}, {L"CurrentVersion", false, false}};
-    for (const auto& [subkey, configurationLeft, parentLeft] : cases) {
+    for (const auto& [subkey, configurationLeft, parentLeft] :
+         {std::tuple{L"CurrentVersion\\AppPath", true, true}, {L"CurrentVersion", false, false}}) {
         CreateKey(kHklm, kCryptography + L"\\" + subkey);
         CreateKey(kHklm, kCryptography + L"\\CurrentVersion");
         EXPECT_EQ(session_.Run("DelNVCryptographyKey"), 0u);
