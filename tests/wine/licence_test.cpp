@@ -1,6 +1,4 @@
-// The licence entries against Wine's installer: an earlier edition installed
-// in the test prefix with its registration, carried into a new session, and
-// the registration recorded under the provider's settings.
+// The licence entries: an earlier edition's registration carried forward; the user's recorded.
 #include <gtest/gtest.h>
 
 #include <optional>
@@ -22,10 +20,8 @@ std::wstring Carried(ActionSession& session) {
     return s.Property(L"PIDKEY") + L"|" + s.Property(L"USERNAME") + L"|" + s.Property(L"COMPANYNAME");
 }
 
-// Nothing installed: nothing carried. An earlier edition that registered its
-// user (the installer's RegisterUser): its identifier goes into an empty
-// PIDKEY, its user and company only where empty; a PIDKEY of the user's own
-// stops both entries.
+// An earlier edition's registration (the installer's RegisterUser) fills an empty PIDKEY, and
+// USERNAME and COMPANYNAME only where empty; a PIDKEY of the user's own stops both entries.
 TEST(LicenceEntries, EarlierEditionsRegistrationFillsWhatIsEmpty) {
     {
         ActionSession fresh;
@@ -59,8 +55,7 @@ TEST(LicenceEntries, EarlierEditionsRegistrationFillsWhatIsEmpty) {
                                          L"GetOldRPProductID: PIDKEY is set; nothing carried."}));
 }
 
-// The fields split at the first two bars (the user name keeps later ones);
-// all empty removes the three values and nothing else.
+// Split at the first two bars; all fields empty removes the three values and nothing else.
 TEST(LicenceEntries, RegisterUserRecordsAndRemovesTheRegistration) {
     WriteRegistryString(HKEY_LOCAL_MACHINE, kSettingsKey, L"Other", L"kept");
     ActionSession session;
