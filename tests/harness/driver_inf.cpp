@@ -53,7 +53,7 @@ std::string DriverInf(const DriverInfOptions& options) {
                                     : "");
     ReplaceAll(inf, "$L",
                std::string(options.copyFiles ? "CopyFiles=Driver_Files\n" : "") +
-                   (options.addReg ? "AddReg=Driver_AddReg\n" : "") + options.extraInstallLines);
+                   (options.addReg ? "AddReg=Driver_AddReg\n" : ""));
     ReplaceAll(inf, "$A",
                options.service.empty() ? ""
                                        : "AddService=" + options.service + ",0x00000002,Service_Install" +
@@ -62,12 +62,6 @@ std::string DriverInf(const DriverInfOptions& options) {
     ReplaceAll(inf, "$S", options.service.empty() ? "none" : options.service);
     ReplaceAll(inf, "\n", "\r\n");
     return inf;
-}
-
-std::string DriverInf(const char* service) {
-    DriverInfOptions options;
-    options.service = service;
-    return DriverInf(options);
 }
 
 } // namespace harness

@@ -1,6 +1,6 @@
-// The driver tests' fixture: a package with driver components and the deferred
-// driver actions, and driver packages installed from a folder of its own.
-// What a test installs or schedules for restart goes when it ends.
+// The driver tests' fixture: a package with driver components and the deferred driver
+// actions, and driver packages installed from a folder of its own. What a test
+// installs or schedules for restart goes when it ends.
 #pragma once
 
 #include <algorithm>
@@ -39,11 +39,10 @@ inline std::wstring ActionData(const std::wstring& folder, const std::wstring& f
 
 // Whether `steps` occur in `lines` in this order, whatever comes between them.
 inline ::testing::AssertionResult InOrder(const Texts& lines, const Texts& steps) {
-    auto at = lines.begin();
-    for (const auto& step : steps) {
+    for (auto at = lines.begin(); const auto& step : steps) {
         if ((at = std::find(at, lines.end(), step)) == lines.end()) {
             return ::testing::AssertionFailure()
-                   << "no " << step << " in order in " << testing::PrintToString(lines);
+                   << "no " << step << " in order in " << ::testing::PrintToString(lines);
         }
         ++at;
     }
@@ -117,7 +116,7 @@ public: // also to the helpers of the tests
         std::filesystem::remove_all(driverFolder_, ignored);
     }
 
-    // A driver component whose key file is `fileName` in the driver folder; its id is ids_.back().
+    // A driver component with key file `fileName` in the driver folder; its id is ids_.back().
     void AddDriver(const std::wstring& component, const std::wstring& fileName, int flags = 0,
                    const std::wstring& reference = L"", const std::wstring& feature = L"Main") {
         package_.AddFileComponent(component, L"DRIVERDIR", fileName, feature);
@@ -146,6 +145,8 @@ public: // also to the helpers of the tests
         return *session_;
     }
     UINT Run(const char* action) { return library_.Action(action)(session_->get()); }
+    // How often the installer was informed of `text`.
+    long Informed(const std::wstring& text) const { return std::ranges::count(messages_.InfoTexts(), text); }
     // Writes `text` as `inf` into folder_ with the test driver beside it as
     // <name>.sys, <name> being `inf` without extension: the package's name.
     std::wstring WriteInf(const std::wstring& inf, const std::string& text) {
