@@ -1,6 +1,6 @@
-// The driver tests' fixture: a package with driver components and the deferred driver
-// actions, and driver packages installed from a folder of its own. What a test
-// installs or schedules for restart goes when it ends.
+// The driver tests' fixture: a package with driver components and the deferred
+// driver actions, and driver packages installed from the package's folder.
+// What a test installs or schedules for restart goes when it ends.
 #pragma once
 
 #include <algorithm>
@@ -81,7 +81,7 @@ public: // also to the helpers of the tests
         package_.AddStandardTables();
         package_.AddDriverPackagesTable();
         package_.AddDirectory(L"DRIVERDIR", L"drivers:.");
-        package_.SetProperty(L"DRIVERDIR", driverFolder_);
+        package_.SetProperty(L"DRIVERDIR", folder_);
         package_.AddBinary(L"SetupUtils", SetupUtilsLibrary::Path());
         for (const wchar_t* bits : {L"", L"64"}) {
             package_.AddDeferredAction(std::wstring(L"KSInstall") + bits, L"KSInstInstall");
@@ -113,7 +113,6 @@ public: // also to the helpers of the tests
         }
         std::error_code ignored;
         std::filesystem::remove_all(folder_, ignored);
-        std::filesystem::remove_all(driverFolder_, ignored);
     }
 
     // A driver component with key file `fileName` in the driver folder; its id is ids_.back().
@@ -125,7 +124,7 @@ public: // also to the helpers of the tests
     }
     // Writes `text` as `fileName` into the driver folder and beside the package.
     void WritePackageFile(const std::wstring& fileName, const std::string& text) {
-        WriteTextFile(driverFolder_ + fileName, text);
+        WriteTextFile(folder_ + fileName, text);
         WriteTextFile(package_.path().substr(0, package_.path().find_last_of(L'\\') + 1) + fileName, text);
     }
     // Opens a session with `properties` on the package, costed; installed with `commandLine` first if given.
@@ -148,7 +147,7 @@ public: // also to the helpers of the tests
     // How often the installer was informed of `text`.
     long Informed(const std::wstring& text) const { return std::ranges::count(messages_.InfoTexts(), text); }
     // Writes `text` as `inf` into folder_ with the test driver beside it as
-    // <name>.sys, <name> being `inf` without extension: the package's name.
+    // <name>.sys, <name> (`inf` without extension) being the package's name.
     std::wstring WriteInf(const std::wstring& inf, const std::string& text) {
         const std::wstring& name = names_.emplace_back(inf.substr(0, inf.size() - 4));
         CopyFileW(TestDriverPath().c_str(), (folder_ + name + L".sys").c_str(), FALSE);
@@ -169,7 +168,6 @@ public: // also to the helpers of the tests
 
     SetupUtilsLibrary library_;
     TestPackage package_;
-    const std::wstring driverFolder_ = MakeTempFolder(L"drv");
     std::optional<InstalledProduct> installed_; // removed after the session closed
     std::unique_ptr<TestSession> session_;
     MessageRecorder messages_;
@@ -177,7 +175,7 @@ public: // also to the helpers of the tests
     const std::optional<RegistryData> pendingValue_ =
         ReadRegistryValue(HKEY_LOCAL_MACHINE, kSessionManager, L"PendingFileRenameOperations");
     const Texts pendingAtStart_ = PendingRenames();
-    const std::wstring folder_ = MakeTempFolder(L"drvinst");
+    const std::wstring folder_ = MakeTempFolder(L"drv"); // DRIVERDIR
     Texts names_, ids_, files_;
     const std::wstring id_ = NewId();
     RecordingLog log_;

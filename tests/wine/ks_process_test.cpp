@@ -16,7 +16,7 @@ using KSProcessTest = DriverTest;
 // under the names of the platform.
 TEST_F(KSProcessTest, SchedulesRollbackThenInstallWithTheSameData) {
     AddDriver(L"nvdrv", L"NVDRV~1.INF|nvdriver.inf", 0x121);
-    const std::wstring data = ActionData(driverFolder_, L"NVDRV~1.INF|nvdriver.inf", ids_.back(), L"289");
+    const std::wstring data = ActionData(folder_, L"NVDRV~1.INF|nvdriver.inf", ids_.back(), L"289");
     for (const auto& [properties, marker, actions] :
          {std::tuple{Properties{}, L"64", Texts{L"KSRollback64", L"KSInstall64"}},
           std::tuple{Properties{{L"VersionNT64", L""}}, L"x86", Texts{L"KSRollback", L"KSInstall"}}}) {
@@ -43,9 +43,9 @@ TEST_F(KSProcessTest, RemovalSchedulesOnlyUninstallWithTheInfService) {
     OpenCosted({{L"REMOVE", L"ALL"}}, L"");
     EXPECT_EQ(Run("KSProcess"), 0u);
     EXPECT_EQ(messages_.StartedActions(), (Texts(3, L"KSUninstall64")));
-    EXPECT_EQ(Informed(ActionData(driverFolder_, L"a.inf", ids_[1], L"256") + kSeparator + L"nvdrv"), 1);
-    EXPECT_EQ(Informed(ActionData(driverFolder_, L"b.inf", ids_[2], L"0")), 1);
-    EXPECT_EQ(Informed(ActionData(driverFolder_, L"C~1.INF|c.inf", ids_[3], L"0")), 1);
+    EXPECT_EQ(Informed(ActionData(folder_, L"a.inf", ids_[1], L"256") + kSeparator + L"nvdrv"), 1);
+    EXPECT_EQ(Informed(ActionData(folder_, L"b.inf", ids_[2], L"0")), 1);
+    EXPECT_EQ(Informed(ActionData(folder_, L"C~1.INF|c.inf", ids_[3], L"0")), 1);
     EXPECT_EQ(Informed(kInfo + L"Found InstallSectionName: Driver_Install"), 2);
 }
 
@@ -84,12 +84,11 @@ void CheckInfVariant(KSProcessTest& test, DWORD major, const std::wstring& suffi
     auto& session = test.OpenCosted({{L"ADDLOCAL", L"Later"}, {L"REMOVE", L"Main"}}, L"ADDLOCAL=Main");
     EXPECT_EQ(test.Run("KSProcess"), 0u);
     EXPECT_EQ(test.messages_.StartedActions().size(), 5u);
-    EXPECT_EQ(
-        test.Informed(ActionData(test.driverFolder_, L"SHORT~1.INF|shortlong" + suffix, test.ids_[2], L"0")),
-        1);
-    EXPECT_EQ(test.Informed(ActionData(test.driverFolder_, L"d" + suffix, test.ids_[4], L"0")), 1);
+    EXPECT_EQ(test.Informed(ActionData(test.folder_, L"SHORT~1.INF|shortlong" + suffix, test.ids_[2], L"0")),
+              1);
+    EXPECT_EQ(test.Informed(ActionData(test.folder_, L"d" + suffix, test.ids_[4], L"0")), 1);
     EXPECT_EQ(session.Property(L"KSUninstall64"),
-              ActionData(test.driverFolder_, L"drv" + suffix, test.ids_[1], L"0") + kSeparator + service);
+              ActionData(test.folder_, L"drv" + suffix, test.ids_[1], L"0") + kSeparator + service);
 }
 
 using KSProcessOnWindows10 = KSProcessTest;
