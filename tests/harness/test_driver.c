@@ -1,9 +1,6 @@
-/* A kernel driver that loads and unloads: the tests run it as the service of a
- * driver package. Run as the service "NvnCtrl" it also stands in for the
- * provider's control device "\\.\Global\NvnCtrl": under
- * HKLM\Software\SetupUtilsTests\NvnCtrl it keeps the share mode of the last
- * open, counts the control requests and the closes, and keeps the last
- * request's code and buffer lengths. */
+/* A kernel driver that loads and unloads, the service of the tests' driver packages. As the service
+ * "NvnCtrl" it serves the control device "\\.\Global\NvnCtrl", recording under RECORDS the last open's
+ * share mode, the counts of requests and closes, and the last request's code and buffer lengths. */
 #include <ntddk.h>
 
 #define TESTS L"\\Registry\\Machine\\Software\\SetupUtilsTests"

@@ -146,8 +146,7 @@ public: // also to the helpers of the tests
     UINT Run(const char* action) { return library_.Action(action)(session_->get()); }
     // How often the installer was informed of `text`.
     long Informed(const std::wstring& text) const { return std::ranges::count(messages_.InfoTexts(), text); }
-    // Writes `text` as `inf` into folder_ with the test driver beside it as
-    // <name>.sys, <name> (`inf` without extension) being the package's name.
+    // Writes `inf` into folder_ beside the test driver as <name>.sys, <name> being the package's.
     std::wstring WriteInf(const std::wstring& inf, const std::string& text) {
         const std::wstring& name = names_.emplace_back(inf.substr(0, inf.size() - 4));
         CopyFileW(TestDriverPath().c_str(), (folder_ + name + L".sys").c_str(), FALSE);

@@ -1,6 +1,5 @@
-// Installation and removal of driver packages against the prefix's own setup
-// API, service manager and registry: InstallService and RemoveDriverPackage
-// with their parts, the deferred actions and the command-line entry points.
+// Driver packages installed and removed against Wine's setup API, service manager and registry:
+// InstallService, RemoveDriverPackage, the deferred actions and the command-line entry points.
 #include <cstring>
 
 #include "action_session.h"
@@ -13,9 +12,8 @@ namespace {
 
 using InstallServiceTest = DriverTest;
 
-// Two file and two registry sections on one line each, and an HKLM line in the
-// event-log section beside its HKR lines: the removal undoes all of it. A
-// staged INF marked read-only and hidden is made replaceable first.
+// Two file and two registry sections on one line each and an HKLM line among the event-log HKR
+// lines are all undone; a read-only hidden staged INF is made replaceable first.
 TEST_F(InstallServiceTest, InstallsStartsAndRestartsTheDriverAndRemovalUndoesIt) {
     const Watched package{.keys = {{HKEY_LOCAL_MACHINE, kTestKey},
                                    {HKEY_LOCAL_MACHINE, kEventLogKey + L"isvc"},
@@ -47,9 +45,7 @@ TEST_F(InstallServiceTest, InstallsStartsAndRestartsTheDriverAndRemovalUndoesIt)
     EXPECT_TRUE(Exists(kDriversFolder + L"isvc2.sys") &&
                 ReadRegistryString(HKEY_LOCAL_MACHINE, kTestKey, L"More"));
     ASSERT_EQ(WaitForServiceState(L"isvc", SERVICE_RUNNING), static_cast<DWORD>(SERVICE_RUNNING));
-    // Pointed at a driver image that is not there, the running driver is
-    // stopped and cannot start again (had it not been stopped, the start
-    // would have found it running and passed). Wine reports 1114 (Windows: 2).
+    // A reinstall stops the running driver first: its missing image then fails the start (Windows: 2).
     std::string gone = DriverInf({"isvc"});
     EXPECT_EQ(Install(L"isvc3.inf", gone.replace(gone.find("isvc.sys"), 4, "gone")),
               static_cast<DWORD>(ERROR_DLL_INIT_FAILED));
@@ -67,9 +63,8 @@ TEST_F(InstallServiceTest, InstallsStartsAndRestartsTheDriverAndRemovalUndoesIt)
     EXPECT_EQ(PendingRenames(), pendingAtStart_) << "every file could be deleted at once";
 }
 
-// Without an INF or an AddService line nothing is staged; without a
-// manufacturer the install section is DefaultInstall; flag 0x20 installs the
-// service without starting it; flag 0x1 installs none, whatever the INF says.
+// No AddService line or INF: nothing staged; no manufacturer: DefaultInstall; flag 0x20: the
+// service is not started; flag 0x1: no service is installed, whatever the INF says.
 TEST_F(InstallServiceTest, SectionsFlagsAndFailures) {
     using Case = std::tuple<std::wstring, DriverInfOptions, unsigned, DWORD, DWORD, std::wstring>;
     const Case cases[] = {{L"isvcnone.inf",
@@ -100,8 +95,7 @@ TEST_F(InstallServiceTest, SectionsFlagsAndFailures) {
     EXPECT_FALSE(Exists(kInfFolder + L"isvcnone.inf") || Location(id_));
 }
 
-// A staged copy the setup API cannot read is emptied (it keeps the INF's name,
-// so Wine stages the INF again as an oemN.inf) and staged anew.
+// An unreadable staged copy is emptied and staged anew (Wine: as an oemN.inf).
 TEST_F(InstallServiceTest, UnreadableStagedCopyIsEmptiedAndStagedAgain) {
     const std::wstring inf = WriteInf(L"isvcchk.inf", DriverInf({"isvcchk"}));
     const std::wstring damaged = files_.emplace_back(kInfFolder + L"isvcchk.inf");
@@ -134,10 +128,8 @@ TEST(InstallServiceQueueCallback, ReportsCopiesAndAbortsEverythingElse) {
 
 using RemoveDriverPackageTest = DriverTest;
 
-// Without the staged INF only the named service goes (Wine's driver-store
-// lookup is a stub failing with 120). A staged INF naming another service may
-// be another package's: only the named service and the location go (the
-// service manager finds "RDPOWN" as "rdpown", names compare case-sensitively).
+// Without its own staged INF (Wine's driver-store lookup is a stub) only the named service and the
+// location go; service names compare case-sensitively, the service manager's do not.
 TEST_F(RemoveDriverPackageTest, WithoutItsOwnStagedInfOnlyTheNamedServiceAndTheLocationGo) {
     ASSERT_EQ(Install(L"rdpown.inf", DriverInf({.service = "rdpown", .copyFiles = true})), 0u);
     const std::wstring other = NewId();
@@ -165,10 +157,8 @@ TEST_F(RemoveDriverPackageTest, WithoutItsOwnStagedInfOnlyTheNamedServiceAndTheL
 
 using KSInstInstallTest = DriverTest;
 
-// A failed installation is error 555 with the code and the system's text; the
-// removal (also as the rollback KSInstRollback) never fails, and with flag 0x100
-// deletes the service without stopping it, moving the running driver's image
-// away to be deleted at restart. Both advance the progress.
+// A failed install is error 555 with the system's text; removal never fails, and with flag 0x100
+// deletes without stopping, moving the running image away until restart. Both advance the progress.
 TEST_F(KSInstInstallTest, InstallsTheLongNameAndTheRemovalNeverFails) {
     ActionSession session;
     MessageRecorder& messages = session.messages();
@@ -202,8 +192,7 @@ TEST_F(KSInstInstallTest, InstallsTheLongNameAndTheRemovalNeverFails) {
 
 using KSInstallWTest = DriverTest;
 
-// KSInstallW <inf> [<component id> [<log file>]] installs and undoes a failed
-// installation; KSUninstallW [<component id> [<log file>]] removes.
+// KSInstallW <inf> [<id> [<log>]] installs (undoing a failure); KSUninstallW [<id> [<log>]] removes.
 TEST_F(KSInstallWTest, InstallsAndRemovesByCommandLine) {
     auto call = [&](const char* entry, std::wstring commandLine) {
         library_.CommandLineEntry(entry)(nullptr, nullptr, commandLine.data(), SW_HIDE);
@@ -225,7 +214,6 @@ TEST_F(KSInstallWTest, InstallsAndRemovesByCommandLine) {
     call("KSUninstallW", L"");
     EXPECT_FALSE(Exists(kInfFolder + L"kscmdid.inf") || Location(setuputils::kDefaultComponentId));
 
-    // No driver image: the service cannot start (Wine: 1114, Windows: 2) and the installation is undone.
     const std::string undone =
         call("KSInstallW", WriteInf(L"kscmdbad.inf", DriverInf({"kscmdbad"})) + L" " + id_ + log);
     EXPECT_NE(undone.find("error 0x45A: InstallService: 0x45A.\r\nKSInstall64:info: KSInstUninstall start."),

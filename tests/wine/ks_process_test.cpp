@@ -1,7 +1,5 @@
-// The immediate driver actions against real installer sessions: which driver
-// packages KSProcess schedules, under which names, in which order and with
-// which data; when a running driver's deletion request sets DELETEFLAG; how
-// KSCleanup (and the deferred KSInstCleanUp) handle the reboot marker.
+// The immediate driver actions in real sessions: what KSProcess schedules, when DELETEFLAG is set,
+// and how KSCleanup and KSInstCleanUp handle the reboot marker.
 #include "action_session.h"
 #include "driver_package_fixture.h"
 #include "frame/product_codes.h"
@@ -11,9 +9,7 @@ namespace {
 
 using KSProcessTest = DriverTest;
 
-// A package being installed: the rollback is scheduled before the install,
-// both with the same data (the whole short|long file name value travels),
-// under the names of the platform.
+// Rollback before install, with the same data (the whole short|long value), under the platform's names.
 TEST_F(KSProcessTest, SchedulesRollbackThenInstallWithTheSameData) {
     AddDriver(L"nvdrv", L"NVDRV~1.INF|nvdriver.inf", 0x121);
     const std::wstring data = ActionData(folder_, L"NVDRV~1.INF|nvdriver.inf", ids_.back(), L"289");
@@ -30,9 +26,8 @@ TEST_F(KSProcessTest, SchedulesRollbackThenInstallWithTheSameData) {
     }
 }
 
-// Uninstall data ends in the service of the INF's install section (found
-// through its first manufacturer and model) when the INF opens and names one;
-// a short|long value names the INF as a whole here, and so names no file.
+// Uninstall data ends in the service of the INF's install section when it names one (a short|long
+// value names no file here).
 TEST_F(KSProcessTest, RemovalSchedulesOnlyUninstallWithTheInfService) {
     AddDriver(L"a_service", L"a.inf", 0x100);
     AddDriver(L"b_noservice", L"b.inf");
@@ -49,9 +44,7 @@ TEST_F(KSProcessTest, RemovalSchedulesOnlyUninstallWithTheInfService) {
     EXPECT_EQ(Informed(kInfo + L"Found InstallSectionName: Driver_Install"), 2);
 }
 
-// A failing step ends the action with its status before anything further is
-// scheduled: an unknown reference component, or deferred actions missing from
-// the package (the installer refuses to schedule them).
+// An unknown reference, or deferred actions missing from the package, stop the walk with that status.
 TEST_F(KSProcessTest, FailedSchedulingStopsWithTheInstallerStatus) {
     AddDriver(L"a_first", L"a.inf", 0, L"NoSuchComponent");
     AddDriver(L"b_second", L"b.inf");
@@ -65,10 +58,8 @@ TEST_F(KSProcessTest, FailedSchedulingStopsWithTheInstallerStatus) {
     EXPECT_EQ(Informed(L"64"), 1) << "the second package must not be scheduled";
 }
 
-// From Windows 10 on, the package's INF variant x.ms.inf is installed and
-// removed in place of x.inf. Of the components being installed, one whose
-// reference is installed too is scheduled, one whose reference goes is not;
-// nor is one that stays absent.
+// From Windows 10 on x.ms.inf stands for x.inf. A package whose reference comes is installed, one
+// whose reference goes is not, nor one that stays absent.
 void CheckInfVariant(KSProcessTest& test, DWORD major, const std::wstring& suffix,
                      const std::wstring& service) {
     ASSERT_EQ(ReportedMajorVersion(), major) << "the test prefix reports the wrong Windows version";
@@ -102,8 +93,8 @@ TEST_F(KSProcessOnWindows7, SchedulesThePlainInf) {
     CheckInfVariant(*this, 6, L".inf", L"plaindrv");
 }
 
-// DELETEFLAG needs a component being installed whose service runs and holds a
-// non-zero DWORD DeleteFlag; the service of component "ksflagdrv64" is "ksflagdrv".
+// DELETEFLAG needs a component being installed whose service ("ksflagdrv") runs and holds a
+// non-zero DWORD DeleteFlag.
 using KSCheckDeleteFlagTest = DriverTest;
 
 TEST_F(KSCheckDeleteFlagTest, NeedsARunningDriverBeingInstalledAndANonZeroDword) {

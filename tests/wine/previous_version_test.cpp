@@ -1,7 +1,5 @@
-// Previous-version removal against Wine: a package whose Binary table holds the
-// response file, and a stand-in for the old setup program that does what that
-// file says (test_old_uninstaller.cpp). Wine carries out the pending renames at
-// the next start of its server, so every test leaves the value as it found it.
+// Previous-version removal: the package's Binary table holds the response file for a stand-in of the
+// old setup program (test_old_uninstaller.cpp). Every test restores the pending renames.
 #include "driver_package_fixture.h"
 
 namespace harness {
@@ -45,8 +43,7 @@ protected:
         }
     }
 
-    // Runs `action` on a package whose Binary table holds `response` as its
-    // response file (no row without one), with `uninstallString` (by default
+    // Runs `action` with `response` as its response file (if any) and `uninstallString` (by default
     // the stand-in) as the old product's uninstall command.
     UINT Run(const std::string& action, const std::optional<std::string>& response,
              const std::optional<std::wstring>& uninstallString = std::nullopt) {
@@ -96,10 +93,8 @@ TEST_F(PreviousVersionTest, ResultCodeZeroSucceedsWhateverTheExitCodeAndTheTempF
     EXPECT_EQ(Renames(), std::nullopt) << "none before, none queued: nothing written";
 }
 
-// A failed run keeps the temporary files for diagnosis: the response file as
-// the package holds it. A log without a result code fails with the thread's
-// last error, or with NTE_FAIL where that is 0: never with 0. Without a
-// response file or an uninstall string nothing is extracted.
+// A failed run keeps its temporary files; a log without a result code fails with the last error (never
+// 0). Without a response file or an uninstall string nothing is extracted.
 TEST_F(PreviousVersionTest, FailuresAreReportedWithEachActionsCode) {
     const std::wstring absent = L"\"" + TestProgramPath(L"absent.exe") + L"\" ";
     const Texts resultCode = Error(L"GetResultCode", L"ResultCode = [1]", static_cast<UINT>(-3));
@@ -145,9 +140,8 @@ TEST_F(PreviousVersionTest, FailuresAreReportedWithEachActionsCode) {
     }
 }
 
-// What the stand-in queues with MoveFileExW is Wine's own data: it is taken
-// from the run that had nothing saved, and must follow the saved operations
-// (a deletion and a rename) in the run that had.
+// Saved renames (a deletion and a rename) come back before those the run queued (Wine's own data,
+// taken from a run with nothing saved).
 TEST_F(PreviousVersionTest, PendingRenamesSavedBeforeTheRunComeBackFirst) {
     const std::wstring saved = L"\\??\\C:\\old\\a.dll\0\0\\??\\C:\\old\\b.tmp\0\\??\\C:\\old\\b.dll\0\0"s;
     const std::string queuing =
