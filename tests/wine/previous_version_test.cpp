@@ -69,30 +69,6 @@ protected:
     MessageRecorder messages_;
 };
 
-// The exit code is only logged, and of two result codes the first counts.
-TEST_F(PreviousVersionTest, ResultCodeZeroSucceedsWhateverTheExitCodeAndTheTempFilesGo) {
-    EXPECT_EQ(Run(kCsp, "exit=5\r\nresult=0\r\nresult=-3\r\n"), 0u);
-    const std::wstring response = TempFile(kCsp, L".iss"), log = TempFile(kCsp, L".log");
-    const Texts expected = {L"Uninstall2() Started",
-                            L"Read uninstall.iss from database",
-                            L"TempLog: " + log,
-                            L"TempISS: " + response,
-                            L"There is no reg key, it's ok",
-                            uninstaller_ + L"-s -f1\"" + response + L"\" -f2\"" + log + L"\"",
-                            L"ExitCode: 5",
-                            L"ResultCode = 0",
-                            L"Deleting temp files: TempISS and TempLog"};
-    // Wine puts a header ("Info 5. ") in front of the texts that carry a number.
-    const Texts texts = messages_.InfoTexts();
-    ASSERT_EQ(texts.size(), expected.size());
-    for (std::size_t i = 0; i < texts.size(); ++i) {
-        EXPECT_TRUE(texts[i].ends_with(expected[i])) << texts[i] << L" / " << expected[i];
-    }
-    EXPECT_TRUE(messages_.OfType(INSTALLMESSAGE_ERROR).empty());
-    EXPECT_FALSE(Exists(response) || Exists(log));
-    EXPECT_EQ(Renames(), std::nullopt) << "none before, none queued: nothing written";
-}
-
 // A failed run keeps its temporary files; a log without a result code fails with the last error (never
 // 0). Without a response file or an uninstall string nothing is extracted.
 TEST_F(PreviousVersionTest, FailuresAreReportedWithEachActionsCode) {
@@ -140,33 +116,52 @@ TEST_F(PreviousVersionTest, FailuresAreReportedWithEachActionsCode) {
     }
 }
 
-// Saved renames (a deletion and a rename) come back before those the run queued (Wine's own data,
-// taken from a run with nothing saved).
-TEST_F(PreviousVersionTest, PendingRenamesSavedBeforeTheRunComeBackFirst) {
+// A result code of 0 succeeds whatever the exit code (only logged; of two result codes the first counts)
+// and the temporary files go. Saved renames (a deletion and a rename) come back before those the run
+// queued (Wine's own data, taken from the run with nothing saved).
+TEST_F(PreviousVersionTest, SucceedsOnResultCodeZeroAndSavedRenamesComeBackFirst) {
     const std::wstring saved = L"\\??\\C:\\old\\a.dll\0\0\\??\\C:\\old\\b.tmp\0\\??\\C:\\old\\b.dll\0\0"s;
-    const std::string queuing =
-        "rename=C:\\gone\\c.dll|\r\nrename=C:\\gone\\d.tmp|C:\\gone\\d.dll\r\nresult=0\r\n";
+    const std::string plain = "exit=5\r\nresult=0\r\nresult=-3\r\n",
+                      queuing =
+                          "rename=C:\\gone\\c.dll|\r\nrename=C:\\gone\\d.tmp|C:\\gone\\d.dll\r\nresult=0\r\n";
+    const std::wstring response = TempFile(kCsp, L".iss"), log = TempFile(kCsp, L".log");
+    const Texts expected = {L"Uninstall2() Started",
+                            L"Read uninstall.iss from database",
+                            L"TempLog: " + log,
+                            L"TempISS: " + response,
+                            L"There is no reg key, it's ok",
+                            uninstaller_ + L"-s -f1\"" + response + L"\" -f2\"" + log + L"\"",
+                            L"ExitCode: 5",
+                            L"ResultCode = 0",
+                            L"Deleting temp files: TempISS and TempLog"};
     std::optional<RegistryData> queued;
     for (const bool savedBefore : {false, true}) {
-        for (const std::string& response : {"result=0\r\n"s, queuing}) {
-            SCOPED_TRACE(response);
-            RegistryData expected =
+        for (const std::string& text : {plain, queuing}) {
+            SCOPED_TRACE(text);
+            RegistryData expectedRenames =
                 MakeRegistryData(REG_MULTI_SZ, saved.data(), saved.size() * sizeof(wchar_t));
-            SetRenames(savedBefore ? std::optional(expected) : std::nullopt);
-            EXPECT_EQ(Run(kCsp, response), 0u);
+            SetRenames(savedBefore ? std::optional(expectedRenames) : std::nullopt);
+            EXPECT_EQ(Run(kCsp, text), 0u);
+            EXPECT_TRUE(messages_.OfType(INSTALLMESSAGE_ERROR).empty());
+            EXPECT_FALSE(Exists(response) || Exists(log));
+            const Texts texts = messages_.InfoTexts();
             if (!savedBefore) {
-                EXPECT_EQ(Renames().has_value(), response == queuing);
+                // Wine puts a header ("Info 5. ") in front of the texts that carry a number.
+                EXPECT_TRUE(
+                    text == queuing ||
+                    std::ranges::equal(texts, expected, [](auto& a, auto& b) { return a.ends_with(b); }))
+                    << testing::PrintToString(texts);
+                EXPECT_EQ(Renames().has_value(), text == queuing)
+                    << "none before, none queued: nothing written";
                 queued = Renames();
                 continue;
             }
             // The saved operations without their final terminator, then those queued (or one terminator).
-            expected.bytes.resize(expected.bytes.size() - sizeof(wchar_t));
-            const auto tail =
-                response == queuing ? queued.value_or(RegistryData{}).bytes : std::vector<BYTE>(2);
-            expected.bytes.insert(expected.bytes.end(), tail.begin(), tail.end());
-            EXPECT_EQ(Renames(), expected);
-            EXPECT_TRUE(messages_.InfoTexts().back().ends_with(
-                L"Reverting reg value \"PendingFileRenameOperations\" ok"));
+            expectedRenames.bytes.resize(expectedRenames.bytes.size() - sizeof(wchar_t));
+            const auto tail = text == queuing ? queued.value_or(RegistryData{}).bytes : std::vector<BYTE>(2);
+            expectedRenames.bytes.insert(expectedRenames.bytes.end(), tail.begin(), tail.end());
+            EXPECT_EQ(Renames(), expectedRenames);
+            EXPECT_TRUE(texts.back().ends_with(L"Reverting reg value \"PendingFileRenameOperations\" ok"));
         }
     }
 }
