@@ -65,20 +65,13 @@ TEST_F(InstallServiceTest, InstallsStartsAndRestartsTheDriverAndRemovalUndoesIt)
 // No AddService line or INF: nothing staged; no manufacturer: DefaultInstall; flag 0x20: the
 // service is not started; flag 0x1: no service is installed, whatever the INF says.
 TEST_F(InstallServiceTest, SectionsFlagsAndFailures) {
+    const std::wstring noService = L"SetupFindFirstLine('Driver_Install.Services',AddService)";
     using Case = std::tuple<std::wstring, DriverInfOptions, unsigned, DWORD, DWORD, std::wstring>;
-    const Case cases[] = {{L"isvcnone.inf",
-                           {},
-                           0x20,
-                           0xE0000102,
-                           0,
-                           L"SetupFindFirstLine('Driver_Install.Services',AddService)"},
-                          {L"isvcdef.inf",
-                           {"isvcdef", false, true},
-                           0x20,
-                           0,
-                           SERVICE_STOPPED,
-                           L"Install driver isvcdef success."},
-                          {L"isvcskip.inf", {"isvcskip"}, 0x1, 0, 0, L"Install driver (null) success."}};
+    const Case cases[] = {
+        {L"isvcnone.inf", {}, 0x20, 0xE0000102, 0, noService},
+        {L"isdef.inf", {"isdef", false, true}, 0x20, 0, SERVICE_STOPPED, L"Install driver isdef success."},
+        {L"isvcskip.inf", {"isvcskip"}, 0x1, 0, 0, L"Install driver (null) success."},
+    };
     for (const auto& [name, options, flags, status, state, lastLine] : cases) {
         SCOPED_TRACE(name);
         EXPECT_EQ(Install(name, DriverInf(options), flags), status);
@@ -130,17 +123,17 @@ using RemoveDriverPackageTest = DriverTest;
 // Without its own staged INF (Wine's driver-store lookup is a stub) only the named service and the
 // location go; service names compare case-sensitively, the service manager's do not.
 TEST_F(RemoveDriverPackageTest, WithoutItsOwnStagedInfOnlyTheNamedServiceAndTheLocationGo) {
-    ASSERT_EQ(Install(L"rdpown.inf", DriverInf({.service = "rdpown", .copyFiles = true})), 0u);
+    ASSERT_EQ(Install(L"rdp.inf", DriverInf({.service = "rdp", .copyFiles = true})), 0u);
     const std::wstring other = NewId();
-    setuputils::SaveInfLocation(other, kInfFolder + L"rdpown.inf");
+    setuputils::SaveInfLocation(other, kInfFolder + L"rdp.inf");
     setuputils::DeleteInfLocation(id_, log_);
-    for (const auto& [service, staged, steps] :
-         {std::tuple{L"rdpnone", L"",
-                     Texts{L"error 2: Can't get inf file location", L"No service rdpnone to remove."}},
-          {L"rdpgone", L"rdpgone.inf",
-           Texts{L"SetupGetInfDriverStoreLocation fail.", L"Inf file location deleted."}},
-          {L"RDPOWN", L"rdpown.inf",
-           Texts{L"Opened unknown INF", L"Service RDPOWN stopped.", L"Service RDPOWN deleted."}}}) {
+    using Case = std::tuple<const wchar_t*, const wchar_t*, Texts>;
+    const Case cases[] = {
+        {L"rdpnone", L"", {L"error 2: Can't get inf file location", L"No service rdpnone to remove."}},
+        {L"rdpgone", L"gone.inf", {L"SetupGetInfDriverStoreLocation fail.", L"Inf file location deleted."}},
+        {L"RDP", L"rdp.inf", {L"Opened unknown INF", L"Service RDP stopped.", L"Service RDP deleted."}},
+    };
+    for (const auto& [service, staged, steps] : cases) {
         if (*staged != L'\0') {
             setuputils::SaveInfLocation(id_, kInfFolder + staged);
         }
@@ -149,9 +142,9 @@ TEST_F(RemoveDriverPackageTest, WithoutItsOwnStagedInfOnlyTheNamedServiceAndTheL
         EXPECT_TRUE(InOrder(log_.lines, steps));
         EXPECT_FALSE(Location(id_));
     }
-    EXPECT_EQ(WaitForServiceState(L"rdpown", 0), 0u);
-    EXPECT_TRUE(Exists(kDriversFolder + L"rdpown.sys") && Exists(kInfFolder + L"rdpown.inf"));
-    EXPECT_EQ(Location(other), kInfFolder + L"rdpown.inf") << "another package's location stays";
+    EXPECT_EQ(WaitForServiceState(L"rdp", 0), 0u);
+    EXPECT_TRUE(Exists(kDriversFolder + L"rdp.sys") && Exists(kInfFolder + L"rdp.inf"));
+    EXPECT_EQ(Location(other), kInfFolder + L"rdp.inf") << "another package's location stays";
 }
 
 using KSInstInstallTest = DriverTest;
