@@ -37,9 +37,10 @@ TEST_F(InstallServiceTest, InstallsStartsAndRestartsTheDriverAndRemovalUndoesIt)
         inf.insert(inf.find(after) + strlen(after), text);
     }
     ASSERT_EQ(Install(L"isvc.inf", inf), 0u);
-    EXPECT_TRUE(
-        InOrder(log_.lines, {L"SetFileAttributes Success: oem9931.inf", L"SaveInfFileLocation success",
-                             L"StartDriver success", L"Install driver isvc success."}));
+    EXPECT_TRUE(InOrder(log_.lines,
+                        {L"SetFileAttributes Success: oem9931.inf", L"SaveInfFileLocation success",
+                         L"Start copy:'" + folder_ + L"isvc.sys' => '" + kDriversFolder + L"isvc.sys' [0:0]",
+                         L"StartDriver success", L"Install driver isvc success."}));
     EXPECT_EQ(GetFileAttributesW(locked.c_str()) & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN), 0u);
     EXPECT_TRUE(Exists(kDriversFolder + L"isvc2.sys") &&
                 ReadRegistryString(HKEY_LOCAL_MACHINE, kTestKey, L"More"));

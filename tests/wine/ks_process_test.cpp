@@ -58,8 +58,8 @@ TEST_F(KSProcessTest, FailedSchedulingStopsWithTheInstallerStatus) {
     EXPECT_EQ(Informed(L"64"), 1) << "the second package must not be scheduled";
 }
 
-// From Windows 10 on x.ms.inf stands for x.inf. A package whose reference comes is installed, one
-// whose reference goes is not, nor one that stays absent.
+// From Windows 10 on x.ms.inf stands for x.inf. A package whose reference comes is installed; one
+// whose reference goes or stays absent is not, nor one that stays absent itself.
 void CheckInfVariant(KSProcessTest& test, DWORD major, const std::wstring& suffix,
                      const std::wstring& service) {
     ASSERT_EQ(ReportedMajorVersion(), major) << "the test prefix reports the wrong Windows version";
@@ -68,6 +68,7 @@ void CheckInfVariant(KSProcessTest& test, DWORD major, const std::wstring& suffi
     test.AddDriver(L"c_refgoes", L"c.inf", 0, L"a_long", L"Later");
     test.AddDriver(L"d_refcomes", L"d.inf", 0, L"", L"Later");
     test.AddDriver(L"e_absent", L"e.inf", 0, L"", L"Off");
+    test.AddDriver(L"f_refabsent", L"f.inf", 0, L"e_absent", L"Later");
     test.package_.Sql(L"UPDATE `Feature` SET `Level` = 0 WHERE `Feature` = 'Off'");
     test.WritePackageFile(L"drv.inf", DriverInf({"plaindrv"}));
     test.WritePackageFile(L"drv.ms.inf", DriverInf({"msdrv"}));
