@@ -30,6 +30,7 @@ inline const std::wstring kEventLogKey = L"System\\CurrentControlSet\\Services\\
 inline const std::wstring kTestKey = L"SOFTWARE\\SetupUtilsTest";
 inline const std::wstring kInfo = L"KSInstall64:info: ";
 inline constexpr wchar_t kSessionManager[] = L"System\\CurrentControlSet\\Control\\Session Manager";
+inline constexpr wchar_t kPendingRenames[] = L"PendingFileRenameOperations";
 
 // Driver action data as KSProcess writes it, with the library's progress ticks.
 inline std::wstring ActionData(const std::wstring& folder, const std::wstring& file, const std::wstring& id,
@@ -49,19 +50,12 @@ inline ::testing::AssertionResult InOrder(const Texts& lines, const Texts& steps
     return ::testing::AssertionSuccess();
 }
 
-inline bool Exists(const std::wstring& path) {
-    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+inline std::optional<RegistryData> PendingRenames() {
+    return ReadRegistryValue(HKEY_LOCAL_MACHINE, kSessionManager, kPendingRenames);
 }
 
-// PendingFileRenameOperations: source, target, source, target... (an empty target deletes).
-inline Texts PendingRenames() {
-    const auto data = ReadRegistryValue(HKEY_LOCAL_MACHINE, kSessionManager, L"PendingFileRenameOperations");
-    Texts entries;
-    for (auto* at = data ? reinterpret_cast<const wchar_t*>(data->bytes.data()) : L""; *at != L'\0';) {
-        at += entries.emplace_back(at).size() + 1;
-        at += entries.emplace_back(at).size() + 1;
-    }
-    return entries;
+inline bool Exists(const std::wstring& path) {
+    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
 // Every line in order; an error line carries the last-error value.
@@ -100,13 +94,13 @@ public: // also to the helpers of the tests
             setuputils::DeleteInfLocation(id, log_);
         }
         DeleteRegistryTree(HKEY_LOCAL_MACHINE, kTestKey);
-        // The restart operations the test added go, and the files they would delete.
-        const Texts pending = PendingRenames();
-        for (std::size_t i = pendingAtStart_.size(); i < pending.size(); i += 2) {
-            files_.push_back(pending[i].substr(4));
+        // The restart operations the test added go, and the moved-away images they would delete.
+        RestoreRegistryValue(HKEY_LOCAL_MACHINE, kSessionManager, kPendingRenames, pendingValue_);
+        for (const auto& entry : std::filesystem::directory_iterator(kDriversFolder)) {
+            if (entry.path().filename().wstring().starts_with(L"csp")) {
+                files_.push_back(entry.path().wstring());
+            }
         }
-        RestoreRegistryValue(HKEY_LOCAL_MACHINE, kSessionManager, L"PendingFileRenameOperations",
-                             pendingValue_);
         for (const auto& file : files_) {
             SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL);
             DeleteFileW(file.c_str());
@@ -171,9 +165,7 @@ public: // also to the helpers of the tests
     std::unique_ptr<TestSession> session_;
     MessageRecorder messages_;
 
-    const std::optional<RegistryData> pendingValue_ =
-        ReadRegistryValue(HKEY_LOCAL_MACHINE, kSessionManager, L"PendingFileRenameOperations");
-    const Texts pendingAtStart_ = PendingRenames();
+    const std::optional<RegistryData> pendingValue_ = PendingRenames();
     const std::wstring folder_ = MakeTempFolder(L"drv"); // DRIVERDIR
     Texts names_, ids_, files_;
     const std::wstring id_ = NewId();
