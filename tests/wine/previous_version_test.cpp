@@ -32,11 +32,16 @@ protected:
     static void SetRenames(const std::optional<RegistryData>& data) {
         RestoreRegistryValue(HKEY_LOCAL_MACHINE, kSessionManager, kPendingRenames, data);
     }
+    // A deleted file goes once no handle holds it any more: callers wait for that state.
+    static bool TempFilesGone(const std::string& action) {
+        return !Exists(TempFile(action, L".iss")) && !Exists(TempFile(action, L".log"));
+    }
     static void DeleteTempFiles() {
         for (const std::string& action : {kCsp, kTls}) {
             DeleteFileW(TempFile(action, L".iss").c_str());
             DeleteFileW(TempFile(action, L".log").c_str());
         }
+        WaitUntil([] { return TempFilesGone(kCsp) && TempFilesGone(kTls); });
     }
 
     // Runs `action` with `response` as its response file (if any) and `uninstallString` (by default
@@ -126,7 +131,7 @@ TEST_F(PreviousVersionTest, SucceedsOnResultCodeZeroAndSavedRenamesComeBackFirst
             SetRenames(savedBefore ? std::optional(expectedRenames) : std::nullopt);
             EXPECT_EQ(Run(kCsp, text), 0u);
             EXPECT_TRUE(messages_.OfType(INSTALLMESSAGE_ERROR).empty());
-            EXPECT_FALSE(Exists(TempFile(kCsp, L".iss")) || Exists(TempFile(kCsp, L".log")));
+            EXPECT_TRUE(WaitUntil([] { return TempFilesGone(kCsp); }));
             if (!savedBefore) {
                 EXPECT_EQ(PendingRenames().has_value(), text == queuing)
                     << "none before, none queued: nothing written";
