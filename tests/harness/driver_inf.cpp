@@ -3,39 +3,22 @@
 namespace harness {
 namespace {
 
-// $I is the install section, $S the service ("none" without one). Setup
-// leaves alone the sections no line of the install section names.
-constexpr char kTemplate[] = R"([Version]
-Signature="$Windows NT$"
-Class=System
-Provider="setuputils tests"
-[DestinationDirs]
-DefaultDestDir=12
-$M
-[$I]
-$L
-[$I.Services]
-$A
-[Service_Install]
-ServiceType=1
-StartType=3
-ErrorControl=1
-ServiceBinary=%12%\$S.sys
-[Driver_Files]
-$S.sys
-[SourceDisksNames]
-1="Test disk"
-[SourceDisksFiles]
-$S.sys=1
-[Driver_AddReg]
-HKLM,"SOFTWARE\SetupUtilsTest\$S",Installed,0x00010001,1
-HKLM,"SOFTWARE\SetupUtilsTest\$S\Settings",Mode,,"normal"
-[EventLog_Install]
-AddReg=EventLog_AddReg
-[EventLog_AddReg]
-HKR,,EventMessageFile,0x00020000,"%%SystemRoot%%\System32\IoLogMsg.dll"
-HKR,,TypesSupported,0x00010001,7
-)";
+// One section a line. $I is the install section, $S the service ("none"
+// without one). Setup leaves alone the sections no line of the install section names.
+constexpr char kTemplate[] =
+    "[Version]\nSignature=\"$Windows NT$\"\nClass=System\nProvider=\"setuputils tests\"\n"
+    "[DestinationDirs]\nDefaultDestDir=12\n$M"
+    "[$I]\n$L"
+    "[$I.Services]\n$A\n"
+    "[Service_Install]\nServiceType=1\nStartType=3\nErrorControl=1\nServiceBinary=%12%\\$S.sys\n"
+    "[Driver_Files]\n$S.sys\n"
+    "[SourceDisksNames]\n1=\"Test disk\"\n"
+    "[SourceDisksFiles]\n$S.sys=1\n"
+    "[Driver_AddReg]\nHKLM,\"SOFTWARE\\SetupUtilsTest\\$S\",Installed,0x00010001,1\n"
+    "HKLM,\"SOFTWARE\\SetupUtilsTest\\$S\\Settings\",Mode,,\"normal\"\n"
+    "[EventLog_Install]\nAddReg=EventLog_AddReg\n"
+    "[EventLog_AddReg]\nHKR,,EventMessageFile,0x00020000,\"%%SystemRoot%%\\System32\\IoLogMsg.dll\"\n"
+    "HKR,,TypesSupported,0x00010001,7\n";
 
 void ReplaceAll(std::string& text, const std::string& from, const std::string& to) {
     for (auto at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
@@ -49,11 +32,11 @@ std::string DriverInf(const DriverInfOptions& options) {
     std::string inf = kTemplate;
     ReplaceAll(inf, "$M",
                options.manufacturer ? "[Manufacturer]\nVendor=Models,NTamd64\n[Models.NTamd64]\n"
-                                      "Device=Driver_Install,ROOT\\TESTDRV"
+                                      "Device=Driver_Install,ROOT\\TESTDRV\n"
                                     : "");
     ReplaceAll(inf, "$L",
                std::string(options.copyFiles ? "CopyFiles=Driver_Files\n" : "") +
-                   (options.addReg ? "AddReg=Driver_AddReg\n" : "") + options.extraInstallLines);
+                   (options.addReg ? "AddReg=Driver_AddReg\n" : ""));
     ReplaceAll(inf, "$A",
                options.service.empty() ? ""
                                        : "AddService=" + options.service + ",0x00000002,Service_Install" +
@@ -62,12 +45,6 @@ std::string DriverInf(const DriverInfOptions& options) {
     ReplaceAll(inf, "$S", options.service.empty() ? "none" : options.service);
     ReplaceAll(inf, "\n", "\r\n");
     return inf;
-}
-
-std::string DriverInf(const char* service) {
-    DriverInfOptions options;
-    options.service = service;
-    return DriverInf(options);
 }
 
 } // namespace harness

@@ -6,17 +6,14 @@
 namespace harness {
 
 struct DriverInfOptions {
-    std::string service{}; // of the first AddService line; none when empty
+    std::string service{}; // of the AddService line; none when empty
     // Install section "Driver_Install" through manufacturer and model; else "DefaultInstall".
     bool manufacturer = true;
     bool copyFiles = false; // copies <service>.sys from beside the INF to the drivers folder
-    // Values under HKLM\SOFTWARE\SetupUtilsTest\<service> and, through an
-    // event-log section, HKR values under the service's event-log key.
+    // Values under HKLM\SOFTWARE\SetupUtilsTest\<service>, and HKR values under its event-log key.
     bool addReg = false;
-    std::string extraInstallLines{}; // further lines of the install section
 };
 
 std::string DriverInf(const DriverInfOptions& options);
-std::string DriverInf(const char* service);
 
 } // namespace harness

@@ -1,21 +1,19 @@
-/* A kernel driver that loads and unloads: the tests run it as the service of a
- * driver package. Run as the service "NvnCtrl" it also stands in for the
- * provider's control device "\\.\Global\NvnCtrl": under
- * HKLM\Software\SetupUtilsTests\NvnCtrl it keeps the share mode of the last
- * open, counts the control requests and the closes, and keeps the last
- * request's code and buffer lengths. */
+/* A kernel driver that loads and unloads, the service of the tests' driver packages. As the service
+ * "NvnCtrl" it serves the control device "\\.\Global\NvnCtrl", recording under RECORDS the last open's
+ * share mode, the counts of requests and closes, and the last request's code and buffer lengths. */
 #include <ntddk.h>
+
+#define TESTS L"\\Registry\\Machine\\Software\\SetupUtilsTests"
+#define RECORDS TESTS L"\\NvnCtrl"
 
 static UNICODE_STRING linkName;
 static PDEVICE_OBJECT controlDevice;
-static ULONG closes;
-static ULONG requests;
+static ULONG closes, requests;
 
 static void Record(PCWSTR name, ULONG value) {
-    RtlCreateRegistryKey(RTL_REGISTRY_ABSOLUTE, L"\\Registry\\Machine\\Software\\SetupUtilsTests");
-    RtlCreateRegistryKey(RTL_REGISTRY_ABSOLUTE, L"\\Registry\\Machine\\Software\\SetupUtilsTests\\NvnCtrl");
-    RtlWriteRegistryValue(RTL_REGISTRY_ABSOLUTE, L"\\Registry\\Machine\\Software\\SetupUtilsTests\\NvnCtrl",
-                          name, REG_DWORD, &value, sizeof(value));
+    RtlCreateRegistryKey(RTL_REGISTRY_ABSOLUTE, TESTS);
+    RtlCreateRegistryKey(RTL_REGISTRY_ABSOLUTE, RECORDS);
+    RtlWriteRegistryValue(RTL_REGISTRY_ABSOLUTE, RECORDS, name, REG_DWORD, &value, sizeof(value));
 }
 
 static NTSTATUS NTAPI Dispatch(PDEVICE_OBJECT device, PIRP irp) {
@@ -46,12 +44,10 @@ static void NTAPI TestDriverUnload(PDRIVER_OBJECT driver) {
 }
 
 NTSTATUS NTAPI DriverEntry(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath) {
-    UNICODE_STRING controlService;
-    UNICODE_STRING deviceName;
-    RtlInitUnicodeString(&controlService,
-                         L"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\NvnCtrl");
+    UNICODE_STRING service, deviceName;
+    RtlInitUnicodeString(&service, L"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\NvnCtrl");
     driver->DriverUnload = TestDriverUnload;
-    if (!RtlEqualUnicodeString(registryPath, &controlService, TRUE)) {
+    if (!RtlEqualUnicodeString(registryPath, &service, TRUE)) {
         return STATUS_SUCCESS;
     }
     RtlInitUnicodeString(&deviceName, L"\\Device\\NvnCtrl");

@@ -34,23 +34,23 @@ TEST(DriverRules, DecideDriverPackageStep) {
 // ".ms" goes before the last four characters when there are four; the service
 // name is cut before the first "64" after the first character.
 TEST(DriverRules, NamesFromTheInfAndTheComponent) {
-    using Case = std::tuple<std::wstring (*)(std::wstring_view), const wchar_t*, const wchar_t*>;
-    const Case cases[] = {{AddMsInfSuffix, L"S~1.INF|l.inf", L"S~1.INF|l.ms.inf"},
-                          {AddMsInfSuffix, L".inf", L".ms.inf"},
-                          {AddMsInfSuffix, L"inf", L"inf"},
-                          {ServiceNameFromComponent, L"nv64drv64", L"nv"},
-                          {ServiceNameFromComponent, L"x64", L"x"},
-                          {ServiceNameFromComponent, L"64drv64", L"64drv64"},
-                          {ServiceNameFromComponent, L"nvdrv", L"nvdrv"}};
-    for (const auto& [rule, name, expected] : cases) {
-        EXPECT_EQ(rule(name), expected) << name;
+    using Cases = std::initializer_list<std::pair<const wchar_t*, const wchar_t*>>;
+    for (auto [inf, expected] : Cases{
+             {L"S~1.INF|l.inf", L"S~1.INF|l.ms.inf"}, {L".inf", L".ms.inf"}, {L"inf", L"inf"}, {L"", L""}}) {
+        EXPECT_EQ(AddMsInfSuffix(inf), expected) << inf;
     }
-    EXPECT_EQ(AddMsInfSuffix(L"") + ServiceNameFromComponent(L""), L"");
+    for (auto [component, expected] : Cases{{L"nv64drv64", L"nv"},
+                                            {L"x64", L"x"},
+                                            {L"64drv64", L"64drv64"},
+                                            {L"nvdrv", L"nvdrv"},
+                                            {L"", L""}}) {
+        EXPECT_EQ(ServiceNameFromComponent(component), expected) << component;
+    }
 }
 
 TEST(DriverRules, ChooseDeferredDriverActionsByPlatform) {
     for (const wchar_t* versionNT64 : {L"", L"603", L" "}) {
-        DeferredDriverActions a = ChooseDeferredDriverActions(versionNT64);
+        const DeferredDriverActions a = ChooseDeferredDriverActions(versionNT64);
         EXPECT_EQ(std::wstring(a.install) + L"," + a.rollback + L"," + a.uninstall + L"," + a.marker,
                   *versionNT64 ? L"KSInstall64,KSRollback64,KSUninstall64,64"
                                : L"KSInstall,KSRollback,KSUninstall,x86");

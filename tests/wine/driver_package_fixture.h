@@ -1,5 +1,5 @@
 // The driver tests' fixture: a package with driver components and the deferred
-// driver actions, and driver packages installed from a folder of its own.
+// driver actions, and driver packages installed from the package's folder.
 // What a test installs or schedules for restart goes when it ends.
 #pragma once
 
@@ -30,6 +30,7 @@ inline const std::wstring kEventLogKey = L"System\\CurrentControlSet\\Services\\
 inline const std::wstring kTestKey = L"SOFTWARE\\SetupUtilsTest";
 inline const std::wstring kInfo = L"KSInstall64:info: ";
 inline constexpr wchar_t kSessionManager[] = L"System\\CurrentControlSet\\Control\\Session Manager";
+inline constexpr wchar_t kPendingRenames[] = L"PendingFileRenameOperations";
 
 // Driver action data as KSProcess writes it, with the library's progress ticks.
 inline std::wstring ActionData(const std::wstring& folder, const std::wstring& file, const std::wstring& id,
@@ -39,30 +40,22 @@ inline std::wstring ActionData(const std::wstring& folder, const std::wstring& f
 
 // Whether `steps` occur in `lines` in this order, whatever comes between them.
 inline ::testing::AssertionResult InOrder(const Texts& lines, const Texts& steps) {
-    auto at = lines.begin();
-    for (const auto& step : steps) {
+    for (auto at = lines.begin(); const auto& step : steps) {
         if ((at = std::find(at, lines.end(), step)) == lines.end()) {
             return ::testing::AssertionFailure()
-                   << "no " << step << " in order in " << testing::PrintToString(lines);
+                   << "no " << step << " in order in " << ::testing::PrintToString(lines);
         }
         ++at;
     }
     return ::testing::AssertionSuccess();
 }
 
-inline bool Exists(const std::wstring& path) {
-    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+inline std::optional<RegistryData> PendingRenames() {
+    return ReadRegistryValue(HKEY_LOCAL_MACHINE, kSessionManager, kPendingRenames);
 }
 
-// PendingFileRenameOperations: source, target, source, target... (an empty target deletes).
-inline Texts PendingRenames() {
-    const auto data = ReadRegistryValue(HKEY_LOCAL_MACHINE, kSessionManager, L"PendingFileRenameOperations");
-    Texts entries;
-    for (auto* at = data ? reinterpret_cast<const wchar_t*>(data->bytes.data()) : L""; *at != L'\0';) {
-        at += entries.emplace_back(at).size() + 1;
-        at += entries.emplace_back(at).size() + 1;
-    }
-    return entries;
+inline bool Exists(const std::wstring& path) {
+    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
 // Every line in order; an error line carries the last-error value.
@@ -82,7 +75,7 @@ public: // also to the helpers of the tests
         package_.AddStandardTables();
         package_.AddDriverPackagesTable();
         package_.AddDirectory(L"DRIVERDIR", L"drivers:.");
-        package_.SetProperty(L"DRIVERDIR", driverFolder_);
+        package_.SetProperty(L"DRIVERDIR", folder_);
         package_.AddBinary(L"SetupUtils", SetupUtilsLibrary::Path());
         for (const wchar_t* bits : {L"", L"64"}) {
             package_.AddDeferredAction(std::wstring(L"KSInstall") + bits, L"KSInstInstall");
@@ -101,23 +94,22 @@ public: // also to the helpers of the tests
             setuputils::DeleteInfLocation(id, log_);
         }
         DeleteRegistryTree(HKEY_LOCAL_MACHINE, kTestKey);
-        // The restart operations the test added go, and the files they would delete.
-        const Texts pending = PendingRenames();
-        for (std::size_t i = pendingAtStart_.size(); i < pending.size(); i += 2) {
-            files_.push_back(pending[i].substr(4));
+        // The restart operations the test added go, and the moved-away images they would delete.
+        RestoreRegistryValue(HKEY_LOCAL_MACHINE, kSessionManager, kPendingRenames, pendingValue_);
+        for (const auto& entry : std::filesystem::directory_iterator(kDriversFolder)) {
+            if (entry.path().filename().wstring().starts_with(L"csp")) {
+                files_.push_back(entry.path().wstring());
+            }
         }
-        RestoreRegistryValue(HKEY_LOCAL_MACHINE, kSessionManager, L"PendingFileRenameOperations",
-                             pendingValue_);
         for (const auto& file : files_) {
             SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL);
             DeleteFileW(file.c_str());
         }
         std::error_code ignored;
         std::filesystem::remove_all(folder_, ignored);
-        std::filesystem::remove_all(driverFolder_, ignored);
     }
 
-    // A driver component whose key file is `fileName` in the driver folder; its id is ids_.back().
+    // A driver component with key file `fileName` in the driver folder; its id is ids_.back().
     void AddDriver(const std::wstring& component, const std::wstring& fileName, int flags = 0,
                    const std::wstring& reference = L"", const std::wstring& feature = L"Main") {
         package_.AddFileComponent(component, L"DRIVERDIR", fileName, feature);
@@ -126,7 +118,7 @@ public: // also to the helpers of the tests
     }
     // Writes `text` as `fileName` into the driver folder and beside the package.
     void WritePackageFile(const std::wstring& fileName, const std::string& text) {
-        WriteTextFile(driverFolder_ + fileName, text);
+        WriteTextFile(folder_ + fileName, text);
         WriteTextFile(package_.path().substr(0, package_.path().find_last_of(L'\\') + 1) + fileName, text);
     }
     // Opens a session with `properties` on the package, costed; installed with `commandLine` first if given.
@@ -146,8 +138,9 @@ public: // also to the helpers of the tests
         return *session_;
     }
     UINT Run(const char* action) { return library_.Action(action)(session_->get()); }
-    // Writes `text` as `inf` into folder_ with the test driver beside it as
-    // <name>.sys, <name> being `inf` without extension: the package's name.
+    // How often the installer was informed of `text`.
+    long Informed(const std::wstring& text) const { return std::ranges::count(messages_.InfoTexts(), text); }
+    // Writes `inf` into folder_ beside the test driver as <name>.sys, <name> being the package's.
     std::wstring WriteInf(const std::wstring& inf, const std::string& text) {
         const std::wstring& name = names_.emplace_back(inf.substr(0, inf.size() - 4));
         CopyFileW(TestDriverPath().c_str(), (folder_ + name + L".sys").c_str(), FALSE);
@@ -168,15 +161,12 @@ public: // also to the helpers of the tests
 
     SetupUtilsLibrary library_;
     TestPackage package_;
-    const std::wstring driverFolder_ = MakeTempFolder(L"drv");
     std::optional<InstalledProduct> installed_; // removed after the session closed
     std::unique_ptr<TestSession> session_;
     MessageRecorder messages_;
 
-    const std::optional<RegistryData> pendingValue_ =
-        ReadRegistryValue(HKEY_LOCAL_MACHINE, kSessionManager, L"PendingFileRenameOperations");
-    const Texts pendingAtStart_ = PendingRenames();
-    const std::wstring folder_ = MakeTempFolder(L"drvinst");
+    const std::optional<RegistryData> pendingValue_ = PendingRenames();
+    const std::wstring folder_ = MakeTempFolder(L"drv"); // DRIVERDIR
     Texts names_, ids_, files_;
     const std::wstring id_ = NewId();
     RecordingLog log_;

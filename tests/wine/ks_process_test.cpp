@@ -1,7 +1,5 @@
-// The immediate driver actions against real installer sessions: which driver
-// packages KSProcess schedules, under which names, in which order and with
-// which data; when a running driver's deletion request sets DELETEFLAG; how
-// KSCleanup (and the deferred KSInstCleanUp) handle the reboot marker.
+// The immediate driver actions in real sessions: what KSProcess schedules, when DELETEFLAG is set,
+// and how KSCleanup and KSInstCleanUp handle the reboot marker.
 #include "action_session.h"
 #include "driver_package_fixture.h"
 #include "frame/product_codes.h"
@@ -9,20 +7,12 @@
 namespace harness {
 namespace {
 
-class KSProcessTest : public DriverTest {
-protected:
-    int Informed(const std::wstring& text) const {
-        const Texts texts = messages_.InfoTexts();
-        return static_cast<int>(std::count(texts.begin(), texts.end(), text));
-    }
-};
+using KSProcessTest = DriverTest;
 
-// A package being installed: the rollback is scheduled before the install,
-// both with the same data (the whole short|long file name value travels),
-// under the names of the platform.
+// Rollback before install, with the same data (the whole short|long value), under the platform's names.
 TEST_F(KSProcessTest, SchedulesRollbackThenInstallWithTheSameData) {
     AddDriver(L"nvdrv", L"NVDRV~1.INF|nvdriver.inf", 0x121);
-    const std::wstring data = ActionData(driverFolder_, L"NVDRV~1.INF|nvdriver.inf", ids_.back(), L"289");
+    const std::wstring data = ActionData(folder_, L"NVDRV~1.INF|nvdriver.inf", ids_.back(), L"289");
     for (const auto& [properties, marker, actions] :
          {std::tuple{Properties{}, L"64", Texts{L"KSRollback64", L"KSInstall64"}},
           std::tuple{Properties{{L"VersionNT64", L""}}, L"x86", Texts{L"KSRollback", L"KSInstall"}}}) {
@@ -36,79 +26,56 @@ TEST_F(KSProcessTest, SchedulesRollbackThenInstallWithTheSameData) {
     }
 }
 
-// Of the packages whose component is installed, those whose reference is not are left out.
-TEST_F(KSProcessTest, InstallsOnlyPackagesWhoseComponentAndReferenceAreInstalled) {
-    AddDriver(L"a_plain", L"a.inf", 0, L"", L"On");
-    AddDriver(L"b_withref", L"b.inf", 0, L"refon", L"On");
-    AddDriver(L"c_refoff", L"c.inf", 0, L"refoff", L"On");
-    AddDriver(L"d_off", L"d.inf", 0, L"", L"Off");
-    package_.AddFileComponent(L"refon", L"DRIVERDIR", L"refon.txt", L"On");
-    package_.AddFileComponent(L"refoff", L"DRIVERDIR", L"refoff.txt", L"Off");
-    package_.Sql(L"UPDATE `Feature` SET `Level` = 0 WHERE `Feature` = 'Off'");
-    OpenCosted();
-    EXPECT_EQ(Run("KSProcess"), 0u);
-    EXPECT_EQ(messages_.StartedActions().size(), 4u);
-    EXPECT_EQ(Informed(ActionData(driverFolder_, L"a.inf", ids_[1], L"0")), 1);
-    EXPECT_EQ(Informed(ActionData(driverFolder_, L"b.inf", ids_[2], L"0")), 1);
-}
-
-// Uninstall data ends in the service of the INF's install section (found
-// through its first manufacturer and model) when the INF opens and names one.
+// Uninstall data ends in the service of the INF's install section when it names one (a short|long
+// value names no file here).
 TEST_F(KSProcessTest, RemovalSchedulesOnlyUninstallWithTheInfService) {
     AddDriver(L"a_service", L"a.inf", 0x100);
     AddDriver(L"b_noservice", L"b.inf");
     AddDriver(L"c_shortlong", L"C~1.INF|c.inf");
-    WritePackageFile(L"a.inf", DriverInf("nvdrv"));
-    WritePackageFile(L"b.inf", DriverInf(""));
-    WritePackageFile(L"c.inf", DriverInf("cdrv"));
+    WritePackageFile(L"a.inf", DriverInf({"nvdrv"}));
+    WritePackageFile(L"b.inf", DriverInf({}));
+    WritePackageFile(L"c.inf", DriverInf({"cdrv"}));
     OpenCosted({{L"REMOVE", L"ALL"}}, L"");
     EXPECT_EQ(Run("KSProcess"), 0u);
     EXPECT_EQ(messages_.StartedActions(), (Texts(3, L"KSUninstall64")));
-    EXPECT_EQ(Informed(ActionData(driverFolder_, L"a.inf", ids_[1], L"256") + kSeparator + L"nvdrv"), 1);
-    EXPECT_EQ(Informed(ActionData(driverFolder_, L"b.inf", ids_[2], L"0")), 1);
-    // The whole short|long value names the INF here, and it names no file.
-    EXPECT_EQ(Informed(ActionData(driverFolder_, L"C~1.INF|c.inf", ids_[3], L"0")), 1);
+    EXPECT_EQ(Informed(ActionData(folder_, L"a.inf", ids_[1], L"256") + kSeparator + L"nvdrv"), 1);
+    EXPECT_EQ(Informed(ActionData(folder_, L"b.inf", ids_[2], L"0")), 1);
+    EXPECT_EQ(Informed(ActionData(folder_, L"C~1.INF|c.inf", ids_[3], L"0")), 1);
     EXPECT_EQ(Informed(kInfo + L"Found InstallSectionName: Driver_Install"), 2);
 }
 
-// A failing step ends the action with its status before anything is scheduled.
-// Without the deferred actions in the package the installer refuses to
-// schedule them: the walk stops at the first package with that status.
+// An unknown reference stops the walk with that status.
 TEST_F(KSProcessTest, FailedSchedulingStopsWithTheInstallerStatus) {
-    AddDriver(L"a_first", L"a.inf");
+    AddDriver(L"a_first", L"a.inf", 0, L"NoSuchComponent");
     AddDriver(L"b_second", L"b.inf");
-    package_.Sql(L"DELETE FROM `CustomAction`");
-    OpenCosted();
-    EXPECT_EQ(Run("KSProcess"), static_cast<UINT>(ERROR_FUNCTION_NOT_CALLED));
-    EXPECT_EQ(Informed(L"64"), 1) << "the second package must not be scheduled";
-}
-
-TEST_F(KSProcessTest, UnknownReferenceComponentFailsBeforeScheduling) {
-    AddDriver(L"a_badref", L"a.inf", 0, L"NoSuchComponent");
-    AddDriver(L"b_good", L"b.inf");
     OpenCosted();
     EXPECT_EQ(Run("KSProcess"), static_cast<UINT>(ERROR_UNKNOWN_COMPONENT));
     EXPECT_TRUE(messages_.StartedActions().empty());
 }
 
-// From Windows 10 on, the package's INF variant x.ms.inf is installed and
-// removed in place of x.inf. A package whose reference goes is not installed.
+// From Windows 10 on x.ms.inf stands for x.inf. A package whose reference comes is installed; one
+// whose reference goes or stays absent is not, nor one that stays absent itself.
 void CheckInfVariant(KSProcessTest& test, DWORD major, const std::wstring& suffix,
                      const std::wstring& service) {
     ASSERT_EQ(ReportedMajorVersion(), major) << "the test prefix reports the wrong Windows version";
     test.AddDriver(L"a_long", L"drv.inf");
-    test.AddDriver(L"b_short", L"SHORT~1.INF|shortlong.inf", 0, L"", L"Later");
+    test.AddDriver(L"b_short", L"SHORT~1.INF|shortlong.inf", 0, L"d_refcomes", L"Later");
     test.AddDriver(L"c_refgoes", L"c.inf", 0, L"a_long", L"Later");
-    test.WritePackageFile(L"drv.inf", DriverInf("plaindrv"));
-    test.WritePackageFile(L"drv.ms.inf", DriverInf("msdrv"));
-    test.WritePackageFile(L"shortlong.inf", DriverInf(""));
+    test.AddDriver(L"d_refcomes", L"d.inf", 0, L"", L"Later");
+    test.AddDriver(L"e_absent", L"e.inf", 0, L"", L"Off");
+    test.AddDriver(L"f_refabsent", L"f.inf", 0, L"e_absent", L"Later");
+    test.package_.Sql(L"UPDATE `Feature` SET `Level` = 0 WHERE `Feature` = 'Off'");
+    test.WritePackageFile(L"drv.inf", DriverInf({"plaindrv"}));
+    test.WritePackageFile(L"drv.ms.inf", DriverInf({"msdrv"}));
+    test.WritePackageFile(L"shortlong.inf", DriverInf({}));
     auto& session = test.OpenCosted({{L"ADDLOCAL", L"Later"}, {L"REMOVE", L"Main"}}, L"ADDLOCAL=Main");
     EXPECT_EQ(test.Run("KSProcess"), 0u);
-    EXPECT_EQ(test.messages_.StartedActions().size(), 3u);
-    EXPECT_EQ(session.Property(L"KSInstall64"),
-              ActionData(test.driverFolder_, L"SHORT~1.INF|shortlong" + suffix, test.ids_[2], L"0"));
+    EXPECT_EQ(test.messages_.StartedActions().size(), 5u);
+    EXPECT_EQ(test.Informed(ActionData(test.folder_, L"SHORT~1.INF|shortlong" + suffix, test.ids_[2], L"0")),
+              1);
+    EXPECT_EQ(test.Informed(ActionData(test.folder_, L"d" + suffix, test.ids_[4], L"0")), 1);
     EXPECT_EQ(session.Property(L"KSUninstall64"),
-              ActionData(test.driverFolder_, L"drv" + suffix, test.ids_[1], L"0") + kSeparator + service);
+              ActionData(test.folder_, L"drv" + suffix, test.ids_[1], L"0") + kSeparator + service);
 }
 
 using KSProcessOnWindows10 = KSProcessTest;
@@ -122,11 +89,11 @@ TEST_F(KSProcessOnWindows7, SchedulesThePlainInf) {
     CheckInfVariant(*this, 6, L".inf", L"plaindrv");
 }
 
-// DELETEFLAG needs a component being installed whose service runs and holds a
-// non-zero DWORD DeleteFlag; the service of component "ksflagdrv64" is "ksflagdrv".
+// DELETEFLAG needs a component being installed whose service ("ksflagdrv") runs and holds a
+// DeleteFlag.
 using KSCheckDeleteFlagTest = DriverTest;
 
-TEST_F(KSCheckDeleteFlagTest, NeedsARunningDriverBeingInstalledAndANonZeroDword) {
+TEST_F(KSCheckDeleteFlagTest, NeedsARunningDriverBeingInstalled) {
     const std::wstring key = L"SYSTEM\\CurrentControlSet\\Services\\ksflagdrv";
     TestDriverService service(L"ksflagdrv");
     AddDriver(L"ksflagdrv64", L"ksflagdrv.inf", 0, L"", L"Off");
@@ -136,50 +103,37 @@ TEST_F(KSCheckDeleteFlagTest, NeedsARunningDriverBeingInstalledAndANonZeroDword)
         EXPECT_EQ(Run("KSCheckDeleteFlag"), 0u);
         return session_->Property(L"DELETEFLAG");
     };
-    WriteRegistryDword(HKEY_LOCAL_MACHINE, key, L"DeleteFlag", 1);
+    WriteRegistryDword(HKEY_LOCAL_MACHINE, key, L"DeleteFlag", 7);
     EXPECT_EQ(flag(), L"") << "stopped driver";
     service.Start();
     EXPECT_EQ(flag(), L"") << "component not being installed";
     MsiSetFeatureStateW(session_->get(), L"Off", INSTALLSTATE_LOCAL);
-    WriteRegistryDword(HKEY_LOCAL_MACHINE, key, L"DeleteFlag", 0);
-    EXPECT_EQ(flag(), L"") << "flag value 0";
-    WriteRegistryString(HKEY_LOCAL_MACHINE, key, L"DeleteFlag", L"1");
-    EXPECT_EQ(flag(), L"") << "flag of the wrong type";
-    WriteRegistryDword(HKEY_LOCAL_MACHINE, key, L"DeleteFlag", 7);
     EXPECT_EQ(flag(), L"1");
 }
 
-const std::wstring kUninstallKey = setuputils::kUninstallKeyPath; // ends in a backslash
-const std::wstring kMarkerKey = kUninstallKey + setuputils::kDriverInstallerProductCode;
-
-// Only "Force" asks for the reboot; a marker that is no text stays.
+// KSCleanup: "Force" asks for the reboot; a marker that is no text stays.
+// The deferred KSInstCleanUp removes the marker.
 TEST(KSCleanupTest, MarkerBecomesARebootRequestAndGoes) {
+    const std::wstring key =
+        std::wstring(setuputils::kUninstallKeyPath) + setuputils::kDriverInstallerProductCode;
     for (const auto& [marker, reboot, stays] :
          {std::tuple{std::optional(RegistryText(L"Force")), true, false},
-          {std::optional(RegistryText(L"force")), false, false},
           {std::optional<RegistryData>(), false, false},
           {std::optional(RegistryDwordData(1)), false, true}}) {
         if (marker) {
-            RestoreRegistryValue(HKEY_LOCAL_MACHINE, kMarkerKey, L"Reboot", marker);
+            RestoreRegistryValue(HKEY_LOCAL_MACHINE, key, L"Reboot", marker);
         }
         ActionSession session;
         EXPECT_EQ(session.Run("KSCleanup"), 0u);
         EXPECT_EQ(MsiGetMode(session.get(), MSIRUNMODE_REBOOTATEND) != FALSE, reboot);
-        EXPECT_EQ(RegistryKeyExists(HKEY_LOCAL_MACHINE, kMarkerKey), stays);
-        DeleteRegistryTree(HKEY_LOCAL_MACHINE, kMarkerKey);
+        EXPECT_EQ(RegistryKeyExists(HKEY_LOCAL_MACHINE, key), stays);
+        DeleteRegistryTree(HKEY_LOCAL_MACHINE, key);
     }
-}
-
-// The marker's value goes; its key stays while in use.
-TEST(KSInstCleanUpTest, RemovesTheRebootMarkerValueOnly) {
-    WriteRegistryString(HKEY_LOCAL_MACHINE, kMarkerKey, L"Reboot", L"Force");
-    WriteRegistryString(HKEY_LOCAL_MACHINE, kMarkerKey, L"Other", L"1");
+    WriteRegistryString(HKEY_LOCAL_MACHINE, key, L"Reboot", L"Force");
     ActionSession session;
     EXPECT_EQ(session.Run("KSInstCleanUp", L""), 0u);
-    EXPECT_FALSE(ReadRegistryValue(HKEY_LOCAL_MACHINE, kMarkerKey, L"Reboot"));
-    EXPECT_TRUE(ReadRegistryValue(HKEY_LOCAL_MACHINE, kMarkerKey, L"Other"));
-    EXPECT_TRUE(session.messages().all().empty());
-    DeleteRegistryTree(HKEY_LOCAL_MACHINE, kMarkerKey);
+    EXPECT_FALSE(ReadRegistryValue(HKEY_LOCAL_MACHINE, key, L"Reboot"));
+    DeleteRegistryTree(HKEY_LOCAL_MACHINE, key);
 }
 
 } // namespace
