@@ -142,13 +142,9 @@ std::wstring TestProgramPath(const std::wstring& name) {
     return program.substr(0, program.find_last_of(L'\\') + 1) + name;
 }
 
-std::wstring TestDriverPath() {
-    return TestProgramPath(L"test_driver.sys");
-}
-
 TestDriverService::TestDriverService(const std::wstring& name) : name_(name) {
     std::wstring image = L"C:\\windows\\system32\\drivers\\" + name + L".sys";
-    if (!CopyFileW(TestDriverPath().c_str(), image.c_str(), FALSE)) {
+    if (!CopyFileW(TestProgramPath(L"test_driver.sys").c_str(), image.c_str(), FALSE)) {
         throw std::runtime_error("cannot copy the test driver: " + std::to_string(GetLastError()));
     }
     ServiceHandle manager = OpenManager();

@@ -40,8 +40,6 @@ void RestoreRegistryValue(HKEY root, const std::wstring& path, const std::wstrin
 
 // A program or driver built beside the test programs.
 std::wstring TestProgramPath(const std::wstring& name);
-// The test kernel driver.
-std::wstring TestDriverPath();
 
 // The state of service `name`, 0 when there is none.
 DWORD ServiceState(const std::wstring& name);

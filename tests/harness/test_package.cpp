@@ -75,9 +75,7 @@ std::string ReadTextFile(const std::wstring& path) {
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-TestPackage::TestPackage() : TestPackage(MakeTempFolder(L"pkg") + L"test.msi") {}
-
-TestPackage::TestPackage(std::wstring path) : path_(std::move(path)), productCode_(NewGuid()) {
+TestPackage::TestPackage() : path_(MakeTempFolder(L"pkg") + L"test.msi"), productCode_(NewGuid()) {
     Check(MsiOpenDatabaseW(path_.c_str(), MSIDBOPEN_CREATE, database_.put()), "MsiOpenDatabaseW");
 }
 
@@ -226,10 +224,6 @@ void TestPackage::AddFeature(const std::wstring& feature, int level) {
         Insert(L"Feature", L"`Feature`, `Display`, `Level`, `Attributes`",
                {{feature, L"#1", L"#" + std::to_wstring(level), L"#0"}});
     }
-}
-
-void TestPackage::AddFile(const std::wstring& component, const std::wstring& fileName) {
-    AddFileRow(L"f_" + component + L"_" + std::to_wstring(++extraFiles_), component, fileName);
 }
 
 void TestPackage::AddFileRow(const std::wstring& file, const std::wstring& component,

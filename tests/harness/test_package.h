@@ -18,8 +18,6 @@ using setuputils::MsiHandle;
 class TestPackage {
 public:
     TestPackage();
-    // A package at `path`.
-    explicit TestPackage(std::wstring path);
     ~TestPackage();
     TestPackage(const TestPackage&) = delete;
     TestPackage& operator=(const TestPackage&) = delete;
@@ -55,8 +53,6 @@ public:
     // `feature`, for the 64-bit or the 32-bit registry view.
     void AddRegistryComponent(const std::wstring& component, bool sixtyFourBit,
                               const std::wstring& feature = L"Main");
-    // A further file of `component`, beside its key file.
-    void AddFile(const std::wstring& component, const std::wstring& fileName);
     void AddDriverPackage(const std::wstring& component, int flags, const std::wstring& reference = L"");
     // A Binary row holding the file at `filePath`.
     void AddBinary(const std::wstring& name, const std::wstring& filePath);
@@ -79,7 +75,6 @@ private:
     std::wstring productCode_;
     MsiHandle database_;
     std::vector<std::wstring> features_;
-    int extraFiles_ = 0;
 };
 
 // A product installed through the installer, removed again when it goes.

@@ -143,7 +143,7 @@ public: // also to the helpers of the tests
     // Writes `inf` into folder_ beside the test driver as <name>.sys, <name> being the package's.
     std::wstring WriteInf(const std::wstring& inf, const std::string& text) {
         const std::wstring& name = names_.emplace_back(inf.substr(0, inf.size() - 4));
-        CopyFileW(TestDriverPath().c_str(), (folder_ + name + L".sys").c_str(), FALSE);
+        CopyFileW(TestProgramPath(L"test_driver.sys").c_str(), (folder_ + name + L".sys").c_str(), FALSE);
         WriteTextFile(folder_ + inf, text);
         return folder_ + inf;
     }
