@@ -1,5 +1,4 @@
 // The provider's abbreviated registry locations, resolved without a registry.
-#include "registry/access_flags.h"
 #include "registry/path_map.h"
 #include "registry/registry_status.h"
 
@@ -86,21 +85,6 @@ TEST(RegistryPathMap, KeyAndValuePathsAreBounded) {
     EXPECT_EQ(key + L"|" + value, L"\\CONFIG|");
     EXPECT_EQ(SplitValuePath(std::wstring(260, L'\\'), key, value), kRegistryOk);
     EXPECT_EQ(SplitValuePath(L"NoSeparator", key, value), kRegistryBadArgument);
-}
-
-// The results the Wine tests do not meet; the rights of flags they do not use.
-TEST(RegistryStatusMap, RegistryResultsSpeakTheProvidersVocabulary) {
-    const std::pair<long, unsigned> cases[] = {{234, 0}, {259, 2}, {8, 0x8009000Eu}, {1018, 0x8009001Du}};
-    for (const auto& [status, mapped] : cases) {
-        EXPECT_EQ(MapRegistryStatus(status), mapped) << status;
-    }
-    const std::pair<RegistryFlags, unsigned> flags[] = {{kRegEnumerateSubkeys, 0x8u},
-                                                        {kRegDeleteTree, 0x10008u},
-                                                        {kRegCreate | kReg64BitView, 0x100u},
-                                                        {0x10 | 0x80 | 0x4 | 0x1000000, 0x1020014u}};
-    for (const auto& [flag, rights] : flags) {
-        EXPECT_EQ(TranslateRegistryFlags(flag), rights) << flag;
-    }
 }
 
 } // namespace
