@@ -31,7 +31,6 @@ TEST(ServiceFields, CustomActionDataSplitsAtTheFirstSlashesAndHostServiceTypes) 
     for (const wchar_t* other : {L"NVCSPHCLM", L"nvcsphclm ", L""}) {
         EXPECT_EQ(HostServiceStartType(other), kServiceAutoStart) << other;
     }
-    EXPECT_EQ(HostServiceType(L"0"), 0x10u);
     for (std::uint32_t startType = 0; startType < 5; ++startType) {
         EXPECT_EQ(NeedsAutomaticStart(startType), startType == 0 || startType == 1 || startType == 4)
             << startType;

