@@ -1,5 +1,7 @@
 #include "services/service_fields.h"
 
+#include "frame/text_fields.h"
+
 namespace setuputils {
 namespace {
 
@@ -8,28 +10,20 @@ constexpr std::wstring_view kHelperServiceName = L"nvcsphclm";
 constexpr std::wstring_view kProtectedHostOption = L" -p";
 constexpr std::uint32_t kProcessTypeBits = kServiceOwnProcess | kServiceShareProcess;
 
-// Takes the text before the next separator off `rest`; without one, all of it.
-std::wstring TakeField(std::wstring_view& rest) {
-    const std::size_t end = rest.find(kFieldSeparator);
-    std::wstring field(rest.substr(0, end));
-    rest = end == std::wstring_view::npos ? std::wstring_view() : rest.substr(end + 1);
-    return field;
-}
-
 } // namespace
 
 CreateServiceData SplitCreateServiceData(std::wstring_view data) {
     CreateServiceData fields;
-    fields.name = TakeField(data);
-    fields.displayName = TakeField(data);
-    fields.nonInteractive = TakeField(data);
+    fields.name = TakeField(data, kFieldSeparator);
+    fields.displayName = TakeField(data, kFieldSeparator);
+    fields.nonInteractive = TakeField(data, kFieldSeparator);
     fields.group = std::wstring(data);
     return fields;
 }
 
 RemoveServiceData SplitRemoveServiceData(std::wstring_view data) {
     RemoveServiceData fields;
-    fields.name = TakeField(data);
+    fields.name = TakeField(data, kFieldSeparator);
     fields.group = std::wstring(data);
     return fields;
 }
