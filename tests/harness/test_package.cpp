@@ -1,7 +1,6 @@
 #include "test_package.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -21,7 +20,8 @@ constexpr UINT kPidRevisionNumber = 9;
 constexpr UINT kPidPageCount = 14;
 constexpr UINT kPidWordCount = 15;
 
-constexpr int kComponent64Bit = 256;
+// Component attribute: the component belongs to the 64-bit view (an Insert value).
+constexpr wchar_t kComponent64Bit[] = L"#256";
 constexpr int kCustomActionDllDeferred = 1 | 0x400 | 0x800;
 
 std::string Narrow(const std::wstring& text) {
@@ -205,7 +205,7 @@ void TestPackage::AddFileComponent(const std::wstring& component, const std::wst
     AddFeature(feature, featureLevel);
     const std::wstring file = L"f_" + component;
     Insert(L"Component", L"`Component`, `ComponentId`, `Directory_`, `Attributes`, `KeyPath`",
-           {{component, NewGuid(), directory, L"#" + std::to_wstring(kComponent64Bit), file}});
+           {{component, NewGuid(), directory, kComponent64Bit, file}});
     AddFileRow(file, component, fileName);
     Sql(L"INSERT INTO `FeatureComponents` (`Feature_`, `Component_`) VALUES (?, ?)", {feature, component});
 }
@@ -214,7 +214,7 @@ void TestPackage::AddRegistryComponent(const std::wstring& component, bool sixty
                                        const std::wstring& feature) {
     AddFeature(feature, 1);
     Insert(L"Component", L"`Component`, `ComponentId`, `Directory_`, `Attributes`",
-           {{component, NewGuid(), L"TARGETDIR", sixtyFourBit ? L"#256" : L"#0"}});
+           {{component, NewGuid(), L"TARGETDIR", sixtyFourBit ? kComponent64Bit : L"#0"}});
     Sql(L"INSERT INTO `FeatureComponents` (`Feature_`, `Component_`) VALUES (?, ?)", {feature, component});
 }
 

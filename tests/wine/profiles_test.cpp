@@ -28,7 +28,6 @@ const std::wstring kCryptography = L"SOFTWARE\\Norvane\\Cryptography";
 // Puts back what the actions change, pending file renames included.
 class ProfilesTest : public ::testing::Test {
 protected:
-    ProfilesTest() { messages_.Clear(); }
     ~ProfilesTest() override {
         DeleteRegistryTree(kHklm, L"SOFTWARE\\Norvane");
         DeleteRegistryTree(HKEY_USERS, kUserRunOnce);

@@ -46,7 +46,6 @@ const std::wstring kTestRecords = L"Software\\SetupUtilsTests";
 // A session whose own messages alone are recorded; what the actions change is put back.
 class SystemActionTest : public ::testing::Test {
 protected:
-    SystemActionTest() { messages_.Clear(); }
     ~SystemActionTest() override {
         StopAndDeleteService(L"nvcsphclm");
         StopAndDeleteService(L"nvcsp");
