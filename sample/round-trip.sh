@@ -3,51 +3,16 @@
 # it with msiexec in a fresh Wine prefix, shows and
 # checks what the driver, host service, TLS package and reader actions did,
 # removes it, checks that the machine is as before, then makes an installation fail after the driver was installed
-# and checks that the rollback leaves the machine as before too.
+# and checks that the rollback leaves the machine as before too; last, the
+# same for drivers-only.msi (built beside the sample), the driver family alone.
 #
 #   round-trip.sh <sample.msi, built by sample/build.sh> <work folder>
 #
 # With SETUPUTILS_WINE_TEMPLATE set, the prefix is a copy of that template.
 set -euo pipefail
-package=$(cd "$(dirname "$1")" && pwd)/$(basename "$1")
-mkdir -p "$2"
-work=$(cd "$2" && pwd)
 here=$(cd "$(dirname "$0")" && pwd)
-
-export WINEPREFIX=$work/prefix WINEDEBUG=-all
-export WINEDLLOVERRIDES="mscoree=;mshtml=;winemenubuilder.exe=d;winedbg.exe=d"
-unset DISPLAY
-wineserver -k >/dev/null 2>&1 || true
-rm -rf "$WINEPREFIX"
-if [ -n "${SETUPUTILS_WINE_TEMPLATE:-}" ]; then
-    cp -a "$SETUPUTILS_WINE_TEMPLATE" "$WINEPREFIX"
-else
-    "$here/../tests/wine/make-template.sh" "$WINEPREFIX" >/dev/null
-fi
-trap 'wineserver -k >/dev/null 2>&1 || true' EXIT
-# One server for the whole run: the driver keeps running between the steps.
-wineserver -p 600
-
-public=$WINEPREFIX/drive_c/users/Public/sample
-mkdir -p "$public"
-cp "$package" "$public/sample.msi"
-code=$(msiinfo export "$package" Property | tr -d '\r' | sed -n 's/^ProductCode\t//p')
-echo "Sample package: $public/sample.msi, product $code"
-
-failures=0
-check() { # check <description> <command...>
-    if "${@:2}"; then echo "  ok    $1"; else echo "  FAIL  $1"; failures=$((failures + 1)); fi
-}
-logged() { grep -a -q -- "$1" "$2"; }
-first_line() { grep -a -n -m1 -- "$1" "$2" | cut -d: -f1; }
-started_before() { # started_before <action> <later action> <log>
-    local a b
-    a=$(first_line "Action start .*: $1\\." "$3")
-    b=$(first_line "Action start .*: $2\\." "$3")
-    [ -n "$a" ] && [ -n "$b" ] && [ "$a" -lt "$b" ]
-}
-reg_has() { wine reg query "$@" >/dev/null 2>&1; }
-lacks() { ! "$@"; }
+# shellcheck source=msiexec-run.sh
+source "$here/msiexec-run.sh" "$@"
 
 service_key='HKLM\System\CurrentControlSet\Services\nvsample'
 location_key='HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall\{A83F2C6E-91D4-4B5A-8E07-3D6B14C9F251}'
@@ -57,48 +22,11 @@ driver=$WINEPREFIX/drive_c/windows/system32/drivers/nvsample.sys
 host_key='HKLM\System\CurrentControlSet\Services\nvsamplehost'
 lsa_key='HKLM\System\CurrentControlSet\Control\Lsa'
 power_key='HKLM\System\CurrentControlSet\Control\Session Manager\Power'
-reg_shows() { # reg_shows <key> <value> <text>
-    wine reg query "$1" /v "$2" 2>/dev/null | tr -d '\r' | grep -q -- "$3"
-}
 readers_key='HKLM\Software\Norvane\Cryptography\CurrentVersion'
 cards_key='HKLM\Software\Microsoft\Cryptography\Calais\SmartCards'
 cards_key32='HKLM\Software\Wow6432Node\Microsoft\Cryptography\Calais\SmartCards'
-tree_shows() { # tree_shows <key> <text>: anywhere below the key
-    wine reg query "$1" /s 2>/dev/null | tr -d '\r' | grep -q -- "$2"
-}
 service_state() { wine sc query nvsample 2>/dev/null | tr -d '\r' | sed -n 's/^ *STATE *: *[0-9]* *//p'; }
 running() { [ "$(service_state)" = RUNNING ]; }
-
-# The registry and files of the prefix, less what the installer and the
-# service manager keep for themselves (installer registration and cache,
-# the service start counter) and the sample's own folder.
-bookkeeping='\\Installer(\\|\])|\\ServiceCurrent\]'
-snapshot() {
-    for hive in HKLM HKCU; do
-        wine reg export "$hive" "C:\\users\\Public\\sample\\$hive.reg" /y >/dev/null 2>&1
-        iconv -f UTF-16LE -t UTF-8 "$public/$hive.reg"
-    done | tr -d '\r' | SKIP=$bookkeeping awk '
-        /^\[/ { key = $0; keep = (key !~ ENVIRON["SKIP"]); if (keep) print key; next }
-        keep && NF { print key " " $0 }'
-    (cd "$WINEPREFIX/drive_c" && find . -path ./users/Public/sample -prune -o -path ./windows/Installer -prune \
-        -o -print | sort)
-}
-same_as_before() { # same_as_before <name>
-    snapshot > "$work/$1.snapshot"
-    if diff -u "$work/before.snapshot" "$work/$1.snapshot" > "$work/$1.diff"; then
-        return 0
-    fi
-    echo "        differences after $1 (first lines of $work/$1.diff):"
-    sed -n '3,22p' "$work/$1.diff" | sed 's/^/        /'
-    return 1
-}
-msiexec() { # msiexec <option> <log name> [properties]: wine cuts the exit status to 8 bits
-    set +e
-    wine msiexec "$1" sample.msi /qn /l*v "C:\\users\\Public\\sample\\$2" "${@:3}"
-    status=$?
-    set -e
-    echo "msiexec $*: exit status $status"
-}
 
 echo
 echo "== Package"
@@ -124,11 +52,7 @@ for key in "$cards_key" "$cards_key32"; do
     wine reg add "$key\Other Vendor Card" /v ATRMask /t REG_BINARY /d FFFFFF /f >/dev/null 2>&1
     wine reg add "$key\Other Vendor Card" /v "Crypto Provider" /d "Other CSP" /f >/dev/null 2>&1
 done
-# Wine registers its display devices when the first program of the window
-# system starts: a removal of a product that is not installed starts one
-# before the snapshot, so that they do not count as the package's changes.
-wine msiexec /qn /x '{00000000-0000-0000-0000-000000000000}' >/dev/null 2>&1 || true
-snapshot > "$work/before.snapshot"
+snapshot_before
 
 echo
 echo "== Installation"
@@ -205,9 +129,14 @@ check "TLS package gone" bash -c "! wine reg query '$lsa_key' /v 'Security Packa
 check "machine as before the installation" same_as_before rollback
 
 echo
-echo "Logs and snapshots: $public, $work"
-if [ "$failures" -ne 0 ]; then
-    echo "$failures check(s) failed"
-    exit 1
-fi
-echo "Sample installed, checked, removed and rolled back: the machine is as it was."
+echo "== The driver family alone"
+msi=drivers-only.msi
+cp "$(dirname "$package")/$msi" "$public/"
+msiexec /i drivers.log
+check "installation succeeded" test "$status" -eq 0
+check "driver service installed and running" running
+msiexec /x drivers-removal.log
+check "removal succeeded" test "$status" -eq 0
+check "machine as before the installation" same_as_before drivers
+
+finish "Sample installed, checked, removed and rolled back: the machine is as it was."
