@@ -12,8 +12,6 @@
 namespace harness {
 namespace {
 
-constexpr wchar_t kSettingsKey[] = L"SOFTWARE\\Norvane\\Settings";
-
 // "PIDKEY|USERNAME|COMPANYNAME" of the session.
 std::wstring Carried(ActionSession& session) {
     TestSession& s = session.session();
@@ -53,28 +51,6 @@ TEST(LicenceEntries, EarlierEditionsRegistrationFillsWhatIsEmpty) {
               (std::vector<std::wstring>{L"GetOldWLProductID: product identifier carried from " +
                                              std::wstring(setuputils::kEarlierEditionProductCodes[2]) + L".",
                                          L"GetOldRPProductID: PIDKEY is set; nothing carried."}));
-}
-
-// Split at the first two bars; all fields empty removes the three values and nothing else.
-TEST(LicenceEntries, RegisterUserRecordsAndRemovesTheRegistration) {
-    WriteRegistryString(HKEY_LOCAL_MACHINE, kSettingsKey, L"Other", L"kept");
-    ActionSession session;
-    EXPECT_EQ(session.Run("NVRegisterUser", L"123-45|Co [1]|A|B"), 0u);
-    for (const auto& [name, value] :
-         {std::pair{L"ProductID", L"123-45"}, {L"CompanyName", L"Co [1]"}, {L"UserName", L"A|B"}}) {
-        EXPECT_EQ(ReadRegistryString(HKEY_LOCAL_MACHINE, kSettingsKey, name),
-                  std::optional<std::wstring>(value));
-    }
-    EXPECT_EQ(session.Run("NVRegisterUser", L"||"), 0u);
-    for (const wchar_t* name : {L"ProductID", L"CompanyName", L"UserName"}) {
-        EXPECT_FALSE(ReadRegistryString(HKEY_LOCAL_MACHINE, kSettingsKey, name).has_value()) << name;
-    }
-    EXPECT_EQ(ReadRegistryString(HKEY_LOCAL_MACHINE, kSettingsKey, L"Other"),
-              std::optional<std::wstring>(L"kept"));
-    EXPECT_EQ(session.messages().InfoTexts(),
-              (std::vector<std::wstring>{L"NVRegisterUser: registered A|B, Co [1].",
-                                         L"NVRegisterUser: registration removed."}));
-    DeleteRegistryTree(HKEY_LOCAL_MACHINE, kSettingsKey);
 }
 
 } // namespace

@@ -146,19 +146,6 @@ using RandomSeedingTest = ProviderDefaultsTest;
 using RandomSeedingUserTest = ProviderDefaultsTest;
 using RandomSeedingOnWindows7AndOnWindows10 = ProviderDefaultsTest;
 
-// The old provider names and type 071 go, whole.
-TEST_F(ProviderDefaultsTest, DelNVCSPsDeletesTheListedKeys) {
-    const std::wstring providers = L"SOFTWARE\\Microsoft\\Cryptography\\Defaults\\Provider\\Norvane ";
-    const std::wstring listed[] = {providers + L"GOST R 34.10-2001 KC2 CSP", kTypes + L"Type 071"};
-    for (const std::wstring& key : listed) {
-        WriteRegistryString(HKEY_LOCAL_MACHINE, key + L"\\Sub", L"Name", L"x");
-    }
-    EXPECT_EQ(session_.Run("DelNVCSPs"), 0u);
-    for (const std::wstring& key : listed) {
-        EXPECT_FALSE(RegistryKeyExists(HKEY_LOCAL_MACHINE, key)) << key;
-    }
-}
-
 // Which machine defaults stay and which replace them; the user's default goes (made as Wine finds it).
 TEST_F(ProviderDefaultsTest, FixDefaultProviderKeepsOrReplacesByTypeVersionAndWhetherItWorks) {
     const std::wstring works = L"Test Default CSP", broken = L"Test Broken Default CSP",
@@ -235,15 +222,6 @@ TEST_F(ProviderDefaultsTest, StrengthenedKeyWarningIsOwnedByTheInstallerWindowOf
     EXPECT_EQ(session_.Run("StrengthenedKeyWarning"), 0u);
     const std::wstring text = L"Keys will be strengthened.";
     EXPECT_EQ(boxes_.calls(), Lines{BoxCall(own.get(), text, L"Warning", kWarningStyle)});
-}
-
-// Written into the 32-bit view; "Reader" without its terminator, which the registry adds back.
-TEST_F(ProviderDefaultsTest, RegCreateSlot0EntryWritesTheSlot) {
-    const std::wstring slot = L"SOFTWARE\\WOW6432Node\\Norvane\\Cryptography\\CurrentVersion\\PKCS11\\slot0";
-    WriteRegistryString(HKEY_LOCAL_MACHINE, kTypes32 + L"\\Provider Types\\Type 001", L"Name", L"RSA 32");
-    EXPECT_EQ(session_.Run("RegCreateSlot0Entry"), 0u);
-    EXPECT_EQ(ReadRegistryValue(HKEY_LOCAL_MACHINE, slot, L"Reader"), RegistryText(L"REGISTRY"));
-    EXPECT_EQ(ReadRegistryValue(HKEY_LOCAL_MACHINE, slot, L"ProvRSA"), RegistryText(L"RSA 32"));
 }
 
 // The verifier stand-in records its command line, runs 2 s and exits with 7, which does not matter.

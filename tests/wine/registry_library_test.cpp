@@ -30,13 +30,8 @@ const std::wstring kSettings = kProviderNode + L"\\Settings"; // "\GLOBAL"
 const std::wstring kUserRoot = kSettings + L"\\Users\\" + kUserSid;
 // Full inherited access for creator owner, system and the user; from NT 6.2 all app packages first.
 const std::wstring kOwnerSystemUser = L"D:(A;CI;KA;;;CO)(A;CI;KA;;;SY)(A;CI;KA;;;" + kUserSid + L")";
-const std::wstring kPackagesFirst = L"D:(A;CI;KA;;;AC)" + kOwnerSystemUser.substr(2);
-const std::wstring kSessionManager = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\";
-const std::wstring kControlService = L"SYSTEM\\CurrentControlSet\\Services\\NvnCtrl";
-const std::wstring kLinkTargets =
-    L"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\NvnCtrl\\Parameters\\";
-const std::wstring kLists[] = {L"NvnIntegrity", L"NvnPatches", L"NvnExclude"};
 const std::wstring kNativeSub = L"Software\\Norvane\\Sub";
+const std::wstring kPackagesFirst = L"D:(A;CI;KA;;;AC)" + kOwnerSystemUser.substr(2);
 
 // "name:type:UTF-16 data" of each entry walked, and "end <the status that stopped the walk>".
 Entries Walk(const std::wstring& path) {
@@ -70,9 +65,7 @@ Lines LinkLines(const std::wstring& path, const std::wstring& target) {
 class RegistryTest : public ::testing::Test {
 protected:
     ~RegistryTest() override {
-        for (const std::wstring& path :
-             {kSessionManager + kLists[0], kSessionManager + kLists[1], kSessionManager + kLists[2],
-              kControlService, kNativeSub, L"Software\\Norvane"s, kProviderNode}) {
+        for (const std::wstring& path : {kNativeSub, L"Software\\Norvane"s, kProviderNode}) {
             DeleteRegistryLink(path, false);
             DeleteRegistryTree(kHklm, path);
         }
@@ -140,27 +133,6 @@ TEST_F(RegistryAccessListOnWindows10, LetsAllAppPackagesInFirst) {
     for (const std::wstring& path : {kUserRoot, kUserRoot + L"\\New", kSettings + L"\\Shared"}) {
         EXPECT_EQ(KeyDaclText(kHklm, path), kPackagesFirst) << path;
     }
-}
-
-// Relocated lists move below the parameters key, links at their places; revert restores them.
-TEST_F(RegistryTest, NvnRelocateMovesTheListsLeavingLinksAndRevertBringsThemBack) {
-    Watched lists = {{{kHklm, kControlService}}, {}, {}};
-    for (const auto& list : kLists) {
-        lists.keys.emplace_back(kHklm, kSessionManager + list);
-        WriteRegistryString(kHklm, kSessionManager + list + L"\\Entry", L"Path", list);
-    }
-    const Snapshot before = TakeSnapshot(lists);
-    EXPECT_EQ(session_.Run("NvnRelocate"), 0u);
-    const Snapshot relocated = TakeSnapshot(lists);
-    for (const auto& list : kLists) {
-        for (const std::wstring& line : LinkLines(kSessionManager + list, kLinkTargets + list)) {
-            EXPECT_EQ(relocated.count(line), 1u) << line;
-        }
-        const std::wstring moved = L"HKLM\\" + kControlService + L"\\Parameters\\" + list + L"\\Entry";
-        EXPECT_EQ(relocated.count(moved + L" [Path] type 1 '" + list + L"|'"), 1u) << list;
-    }
-    EXPECT_EQ(session_.Run("NvnRevert"), 0u);
-    EXPECT_EQ(SnapshotChanges(before, TakeSnapshot(lists)), (Lines{L"+ HKLM\\" + kControlService}));
 }
 
 // Run again (a repair, a reinstall), NvnLink keeps the link it made: deleting

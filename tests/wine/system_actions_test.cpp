@@ -64,8 +64,6 @@ protected:
     MessageRecorder& messages_ = session_.messages();
 };
 using MsiCreateServiceTest = SystemActionTest;
-using UnprotectServiceTest = SystemActionTest;
-using SCardSvrTest = SystemActionTest;
 using SecurityPackagesTest = SystemActionTest;
 using SecurityPackagesOnWindows7 = SystemActionTest;
 using SecurityPackagesOnWindows10 = SystemActionTest;
@@ -80,24 +78,6 @@ TEST_F(MsiCreateServiceTest, HelperStartsOnDemandInTheCardGroupRollbackDeletes) 
     EXPECT_EQ(Run("MsiCreateServiceRollback", L"NvnRollback/Card Users"), 0u);
     EXPECT_EQ(WaitForServiceState(L"NvnRollback", 0), 0u);
     EXPECT_EQ(Run("MsiCreateServiceRollback", L"NvnRollback"), 1603u);
-}
-
-// A shared, protected (" -p") service gets its own process and, running, is started again.
-TEST_F(UnprotectServiceTest, ProtectedServiceGetsItsOwnProcessAndIsRestarted) {
-    TestService service(L"NvnProtected", SERVICE_WIN32_SHARE_PROCESS, SERVICE_DEMAND_START, L" -k nvcsp -p",
-                        true);
-    EXPECT_EQ(Run("UnprotectService", service.name), 0u);
-    const std::wstring path = service.path.substr(0, service.path.find(L" -p"));
-    EXPECT_EQ(ServiceConfigText(service.name), L"0x10 3 0|" + path + L"||" + service.name);
-    EXPECT_TRUE(WaitUntil([&] { return ReadRegistryDword(kHklm, kTestRecords, service.name) == 2u; }));
-}
-
-// Wine has no smart-card service: a stand-in takes its name.
-TEST_F(SCardSvrTest, DisabledBecomesAutomaticAndRuns) {
-    TestService service(L"SCardSvr", SERVICE_WIN32_OWN_PROCESS, SERVICE_DISABLED, L"");
-    EXPECT_EQ(Run("SetSCardSvrAutoStart"), 0u);
-    EXPECT_EQ(WaitForServiceState(service.name, SERVICE_RUNNING), DWORD{SERVICE_RUNNING});
-    EXPECT_EQ(ServiceConfigText(service.name), L"0x10 2 0|" + service.path + L"||SCardSvr");
 }
 
 RegistryData List(const std::wstring& entries) {
@@ -172,14 +152,6 @@ TEST_F(SystemIntegrityTest, VerifierRunsOnEachListedImageThirtyTwoBitDirectoryFi
             return ReadRegistryString(HKEY_CURRENT_USER, kTestRecords + L"\\Verifier", image) ==
                    line + L"\t1";
         })) << line;
-    }
-}
-
-// The check mode is two when on, zero when off.
-TEST_F(SystemIntegrityTest, CheckModeIsTwoWhenOnZeroWhenOff) {
-    for (const auto& [action, mode] : {std::pair{"CheckModeOn", 2u}, {"CheckModeOff", 0u}}) {
-        EXPECT_EQ(Run(action), 0u) << action;
-        EXPECT_EQ(ReadRegistryDword(kHklm, kIntegrity, L"CheckMode"), mode) << action;
     }
 }
 
