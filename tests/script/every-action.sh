@@ -112,9 +112,12 @@ check "UninstallSmartCard: card type removed" lacks tree_shows 'HKLM\Software\Mi
 
 echo
 echo "== Installation failing after the other deferred actions"
+marker='HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall\{6C1E5F0A-3B7D-4E29-9A41-52D8C0B7E613}'
+add "$marker" /v Reboot /d Force
 traced /i rollback.log FORCEFAIL=1
 check "installation failed (1603, cut to 67)" test "$status" -eq 67
 check "KSInstRollback: driver removed" logged "KSInstall64:info: Uninstall driver nvsample success." rollback.log
+check "KSInstCleanUp: no reboot marker left" lacks reg_has "$marker"
 check "MsiCreateServiceRollback: host service deleted" lacks reg_has "$services\\nvsamplehost"
 check "SslRegRollback: TLS package out, fast start-up back" \
     bash -c "! wine reg query '$control\\Lsa' /v 'Security Packages' | grep -q nvsspap &&
@@ -130,8 +133,8 @@ echo "== Every deferred, rollback and commit entry point, in a script's context"
 # certificate or provider to repair (FixPrivateKeyLinks, ClearWrong*,
 # FixDefaultProvider, InitializeHardRngUser) and no kernel component to
 # unhook (UnHookSystem); NvnUnlink changes nothing by design; what
-# DeleteShortcuts, DelAllReg, DelNVCryptographyKey, NVUnregisterUser and
-# KSInstCleanUp remove goes with the package's own removal of its tree too.
+# DeleteShortcuts, DelAllReg, DelNVCryptographyKey and NVUnregisterUser
+# remove goes with the package's own removal of its tree too.
 entries=$(msiinfo export "$package" CustomAction | tr -d '\r' |
     awk -F'\t' 'NR > 3 && $2 % 8 == 1 && int($2 / 1024) % 2 == 1 { print $4 }' | sort -u)
 for entry in $entries; do
