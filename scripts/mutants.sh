@@ -32,11 +32,11 @@ first_tests() {
     src/frame/*) echo "frame|drivers|windows" ;;
     src/drivers/*) echo "drivers|windows" ;;
     src/readers/*) echo "readers" ;;
-    src/registry/* | src/profiles/*) echo "registry|profiles|windows" ;;
-    src/services/* | src/integrity/*) echo "system" ;;
+    src/registry/* | src/profiles/*) echo "registry|profiles|windows|script" ;;
+    src/services/* | src/integrity/*) echo "system|script" ;;
     src/provider/*) echo "provider" ;;
     src/rng/*) echo "provider|windows" ;;
-    src/sspi/*) echo "system|tls_package" ;;
+    src/sspi/*) echo "system|tls_package|script" ;;
     src/legacy/*) echo "legacy" ;;
     src/features/*) echo "features" ;;
     *) echo "none" ;;

@@ -33,9 +33,13 @@ add() { wine reg add "$@" /f >/dev/null 2>&1; }
 # The work each action finds, on a machine as Windows has it where Wine differs.
 add 'HKLM\Software\Microsoft\Windows\CurrentVersion' /v ProgramW6432Dir /d 'C:\Program Files' /reg:64
 add "$control\Session Manager\Power" /v HiberbootEnabled /t REG_DWORD /d 1
-add "$control\Lsa" /v "Security Packages" /t REG_MULTI_SZ /d 'kerberos\0nvtls\0schannel'
+add "$control\Lsa" /v "Security Packages" /t REG_MULTI_SZ /d 'kerberos\0nvtls\0itcssp\0schannel\0SSPP'
 add "$control\Windows" /v NoInteractiveServices /t REG_DWORD /d 1
-add "$control\Session Manager\NvnPatches\Msi" /v "Image Dll" /d MSI.DLL
+patches="$control\Session Manager\NvnPatches"
+add "$patches\Msi" /v "Image Dll" /d MSI.DLL
+add "$patches\ADVAPI32" /v "Image Dll" /d advapi32.dll
+add "$patches\ADVAPI32" /v "Patch Dll64" /d nvpatch64.dll
+add "$patches\Excluded" /v "Image Dll" /d msxml5.dll
 defaults='HKLM\SOFTWARE\Microsoft\Cryptography\Defaults'
 add "$defaults\Provider\Norvane SmartCard CSP\Sub" /v Type /t REG_DWORD /d 75
 add "$defaults\Provider Types\Type 071\Sub" /v Name /d old
@@ -64,8 +68,8 @@ check "UnprotectService: service in a process of its own, without -p" \
     both reg_shows "$services\\NvnProtected" Type 0x10 -- lacks reg_shows "$services\\NvnProtected" ImagePath -p
 check "UnprotectService: running service started again" reg_shows "$started" NvnProtected 0x2
 check "EnableInteractiveServices: allowed again" reg_shows "$control\\Windows" NoInteractiveServices 0x0
-check "TlsRegUninstall: older TLS package out of the list" lacks reg_shows "$control\\Lsa" "Security Packages" nvtls
-check "SslRegInstall: TLS package in the list" reg_shows "$control\\Lsa" "Security Packages" nvsspap
+check "TlsRegUninstall, SslRegInstall: older and competing packages out, the provider's last" \
+    reg_shows "$control\\Lsa" "Security Packages" 'REG_MULTI_SZ *kerberos\\0schannel\\0nvsspap$'
 check "HiberbootDisable: fast start-up off" reg_shows "$control\\Session Manager\\Power" HiberbootEnabled 0x0
 check "SslRegister: package loaded (Wine's AddSecurityPackageW is a stub: its call)" \
     logged 'AddSecurityPackageW(.*nvsspap' "$work/install.log.trace"
@@ -85,7 +89,12 @@ check "SetRunOnceEveryone: entry for every user" reg_shows "$run_once" InstallCS
 check "RebuildIconCache: cache deleted at restart" reg_shows "$control\\Session Manager" PendingFileRenameOperations IconCache
 check "CheckModeOn: check mode on, through the link NvnRelocate left" \
     reg_shows "$services\\NvnCtrl\\Parameters\\NvnIntegrity" CheckMode 0x2
-check "UpdateSystemIntegrity: verifier ran on the listed image" tree_shows "$records\\Verifier" 'system32.MSI.DLL'
+verified() { tree_shows "$records\\Verifier" "$1 .*/q -addreg -file"; }
+check "UpdateSystemIntegrity: verifier ran on each listed image in both system folders" \
+    both verified 'syswow64.advapi32.dll' -- both verified 'system32.advapi32.dll' -- \
+    both verified 'syswow64.MSI.DLL' -- verified 'system32.MSI.DLL'
+check "UpdateSystemIntegrity: not on an excluded image or a patch" \
+    both lacks tree_shows "$records\\Verifier" msxml5 -- lacks tree_shows "$records\\Verifier" nvpatch64
 
 echo
 echo "== Repair"

@@ -3,8 +3,6 @@
 
 #include <optional>
 #include <string>
-#include <tuple>
-#include <vector>
 
 #include "action_session.h"
 #include "frame/handles.h"
@@ -39,8 +37,6 @@ struct TestService {
 
 const std::wstring kLsa = L"SYSTEM\\CurrentControlSet\\Control\\Lsa";
 const std::wstring kPower = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Power";
-const std::wstring kPatches = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\NvnPatches\\";
-const std::wstring kIntegrity = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\NvnIntegrity";
 const std::wstring kTestRecords = L"Software\\SetupUtilsTests";
 
 // A session whose own messages alone are recorded; what the actions change is put back.
@@ -51,7 +47,7 @@ protected:
         StopAndDeleteService(L"nvcsp");
         RestoreRegistryValue(kHklm, kLsa, L"Security Packages", packages_);
         RestoreRegistryValue(kHklm, kLsa, L"Default TLS SSP", std::nullopt);
-        for (const std::wstring& path : {kPower, kIntegrity, kPatches, kTestRecords}) {
+        for (const std::wstring& path : {kPower, kTestRecords}) {
             DeleteRegistryTree(kHklm, path);
         }
         DeleteRegistryTree(HKEY_CURRENT_USER, kTestRecords);
@@ -65,7 +61,6 @@ protected:
 };
 using MsiCreateServiceTest = SystemActionTest;
 using SecurityPackagesTest = SystemActionTest;
-using SecurityPackagesOnWindows7 = SystemActionTest;
 using SecurityPackagesOnWindows10 = SystemActionTest;
 using SystemIntegrityTest = SystemActionTest;
 
@@ -100,21 +95,11 @@ void InstallThenRollBack(ActionSession& session, const std::optional<std::wstrin
     EXPECT_EQ(ReadRegistryDword(kHklm, kPower, L"HiberbootEnabled"), 1u);
 }
 
-// Windows 7 has no default TLS package.
-TEST_F(SecurityPackagesOnWindows7, InstallAndRollbackWithoutDefaultTlsPackage) {
-    InstallThenRollBack(session_, std::nullopt);
-}
-
 // From Windows 10 on the package is the default TLS one and interactive services are forbidden.
 TEST_F(SecurityPackagesOnWindows10, InstallAndRollbackWithDefaultTlsPackageInteractiveServicesForbidden) {
     InstallThenRollBack(session_, L"NV_Microsoft Unified Security Protocol Provider");
     EXPECT_EQ(Run("SetNoInteractiveServices"), 0u);
     EXPECT_EQ(session_.session().Property(L"NOINTERACTIVESERVICES"), L"1");
-    const wchar_t key[] = L"SYSTEM\\CurrentControlSet\\Control\\Windows";
-    WriteRegistryDword(kHklm, key, L"NoInteractiveServices", 1);
-    EXPECT_EQ(Run("EnableInteractiveServices"), 0u);
-    EXPECT_EQ(ReadRegistryDword(kHklm, key, L"NoInteractiveServices"), 0u);
-    RegDeleteKeyValueW(kHklm, key, L"NoInteractiveServices");
 }
 
 // Uninstalling removes only the provider's own entries and brings "Schannel" back.
@@ -129,30 +114,6 @@ TEST_F(SecurityPackagesTest, UninstallKeepsWhatOthersRegistered) {
 // Wine's AddSecurityPackageW is a stub: the package name shows in its trace.
 TEST(TlsPackageLoad, AddsThePackageOfThisSystemVersion) {
     EXPECT_EQ(ActionSession().Run("SslRegister"), 0u);
-}
-
-// Each listed image not excluded runs twice (32-bit directory first), announced, in a console of its own.
-TEST_F(SystemIntegrityTest, VerifierRunsOnEachListedImageThirtyTwoBitDirectoryFirst) {
-    const std::wstring verifier = L"\"" + TestProgramPath(L"test_verifier.exe") + L"\"";
-    for (const auto& [subkey, name, image] : {std::tuple{L"ADVAPI32", L"Image Dll", L"advapi32.dll"},
-                                              {L"ADVAPI32", L"Patch Dll64", L"nvpatch64.dll"},
-                                              {L"Msi", L"Image Dll", L"MSI.DLL"},
-                                              {L"Excluded", L"Image Dll", L"msxml5.dll"}}) {
-        WriteRegistryString(kHklm, kPatches + subkey, name, image);
-    }
-    EXPECT_EQ(Run("UpdateSystemIntegrity", verifier + L" /q"), 0u);
-    const std::wstring prefix = verifier + L" /q -addreg -file ";
-    const std::vector<std::wstring> lines = {
-        prefix + L"C:\\windows\\syswow64\\advapi32.dll", prefix + L"C:\\windows\\system32\\advapi32.dll",
-        prefix + L"C:\\windows\\syswow64\\MSI.DLL", prefix + L"C:\\windows\\system32\\MSI.DLL"};
-    EXPECT_EQ(messages_.InfoTexts(), lines);
-    for (const std::wstring& line : lines) {
-        const std::wstring image = line.substr(prefix.size());
-        EXPECT_TRUE(WaitUntil([&] {
-            return ReadRegistryString(HKEY_CURRENT_USER, kTestRecords + L"\\Verifier", image) ==
-                   line + L"\t1";
-        })) << line;
-    }
 }
 
 // The test driver serves the control device and records the request.
