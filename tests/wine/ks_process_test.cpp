@@ -112,7 +112,6 @@ TEST_F(KSCheckDeleteFlagTest, NeedsARunningDriverBeingInstalled) {
 }
 
 // KSCleanup: "Force" asks for the reboot; a marker that is no text stays.
-// The deferred KSInstCleanUp removes the marker.
 TEST(KSCleanupTest, MarkerBecomesARebootRequestAndGoes) {
     const std::wstring key =
         std::wstring(setuputils::kUninstallKeyPath) + setuputils::kDriverInstallerProductCode;
@@ -129,11 +128,6 @@ TEST(KSCleanupTest, MarkerBecomesARebootRequestAndGoes) {
         EXPECT_EQ(RegistryKeyExists(HKEY_LOCAL_MACHINE, key), stays);
         DeleteRegistryTree(HKEY_LOCAL_MACHINE, key);
     }
-    WriteRegistryString(HKEY_LOCAL_MACHINE, key, L"Reboot", L"Force");
-    ActionSession session;
-    EXPECT_EQ(session.Run("KSInstCleanUp", L""), 0u);
-    EXPECT_FALSE(ReadRegistryValue(HKEY_LOCAL_MACHINE, key, L"Reboot"));
-    DeleteRegistryTree(HKEY_LOCAL_MACHINE, key);
 }
 
 } // namespace

@@ -53,14 +53,12 @@ protected:
         DeleteRegistryTree(HKEY_CURRENT_USER, kTestRecords);
     }
     UINT Run(const char* action, const std::wstring& data = L"") { return session_.Run(action, data); }
-    std::optional<RegistryData> Packages() { return ReadRegistryValue(kHklm, kLsa, L"Security Packages"); }
 
-    const std::optional<RegistryData> packages_ = Packages();
+    const std::optional<RegistryData> packages_ = ReadRegistryValue(kHklm, kLsa, L"Security Packages");
     ActionSession session_;
     MessageRecorder& messages_ = session_.messages();
 };
 using MsiCreateServiceTest = SystemActionTest;
-using SecurityPackagesTest = SystemActionTest;
 using SecurityPackagesOnWindows10 = SystemActionTest;
 using SystemIntegrityTest = SystemActionTest;
 
@@ -100,15 +98,6 @@ TEST_F(SecurityPackagesOnWindows10, InstallAndRollbackWithDefaultTlsPackageInter
     InstallThenRollBack(session_, L"NV_Microsoft Unified Security Protocol Provider");
     EXPECT_EQ(Run("SetNoInteractiveServices"), 0u);
     EXPECT_EQ(session_.session().Property(L"NOINTERACTIVESERVICES"), L"1");
-}
-
-// Uninstalling removes only the provider's own entries and brings "Schannel" back.
-TEST_F(SecurityPackagesTest, UninstallKeepsWhatOthersRegistered) {
-    RestoreRegistryValue(kHklm, kLsa, L"Security Packages", List(L"NVSSL\0kerberos\0nvsspap\0nvtls\0"s));
-    EXPECT_EQ(Run("SslRegUninstall"), 0u);
-    EXPECT_EQ(Packages(), List(L"kerberos\0nvtls\0Schannel\0"s));
-    EXPECT_EQ(Run("TlsRegUninstall"), 0u);
-    EXPECT_EQ(Packages(), List(L"kerberos\0Schannel\0"s));
 }
 
 // Wine's AddSecurityPackageW is a stub: the package name shows in its trace.
