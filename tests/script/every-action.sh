@@ -52,6 +52,7 @@ service="C:\\users\\Public\\sample\\test_service.exe"
 wine sc create SCardSvr binPath= "$service SCardSvr" start= disabled >/dev/null
 wine sc create NvnProtected binPath= "$service NvnProtected -k nvcsp -p" type= share >/dev/null
 wine sc start NvnProtected >/dev/null
+until wine sc query NvnProtected | grep -q RUNNING; do sleep 0.2; done
 # What the installer's calls into the library show: the trace is read per run.
 add 'HKCU\Software\Wine\Debug' /v RelayInclude /d 'msi.*;secur32.AddSecurityPackageW;sspicli.AddSecurityPackageW'
 cd "$public"
