@@ -3,50 +3,40 @@
 #include <cwchar>
 
 namespace setuputils {
-namespace {
 
-// Both string reads follow one protocol: the reported length plus one, then the read.
-template <typename Read>
-UINT ReadInto(std::wstring& value, DWORD size, Read read) {
-    std::wstring buffer(size, L'\0');
-    UINT status = read(buffer.data(), &size);
-    buffer.resize(wcsnlen(buffer.c_str(), buffer.size()));
-    value = std::move(buffer);
-    return status;
+UINT WithinCapacity(UINT status, const std::wstring& text, std::size_t capacity) {
+    return status == ERROR_SUCCESS && text.size() >= capacity ? static_cast<UINT>(ERROR_MORE_DATA) : status;
 }
 
-} // namespace
-
 UINT GetPropertyString(MSIHANDLE session, const wchar_t* name, std::wstring& value) {
-    wchar_t empty[1] = L"";
-    DWORD size = 0;
-    UINT status = MsiGetPropertyW(session, name, empty, &size);
-    if (status == ERROR_MORE_DATA && size == 0) {
-        // Some engines find no room for the terminator of an empty value; it is empty all the same.
-        return ERROR_SUCCESS;
-    }
-    if (status != ERROR_MORE_DATA) {
-        return status;
-    }
-    return ReadInto(value, size + 1, [&](wchar_t* buffer, DWORD* length) {
-        return MsiGetPropertyW(session, name, buffer, length);
+    return ReadSizedText(
+        value, [&](wchar_t* buffer, DWORD* size) { return MsiGetPropertyW(session, name, buffer, size); });
+}
+
+UINT GetTargetPath(MSIHANDLE session, const wchar_t* directory, std::wstring& path) {
+    return ReadSizedText(path, [&](wchar_t* buffer, DWORD* size) {
+        return MsiGetTargetPathW(session, directory, buffer, size);
     });
 }
 
+UINT FormatRecord(MSIHANDLE session, MSIHANDLE record, std::wstring& text) {
+    return ReadSizedText(
+        text, [&](wchar_t* buffer, DWORD* size) { return MsiFormatRecordW(session, record, buffer, size); });
+}
+
 UINT GetRecordString(MSIHANDLE record, UINT field, std::wstring& value) {
-    auto read = [&](wchar_t* buffer, DWORD* length) {
-        return MsiRecordGetStringW(record, field, buffer, length);
+    auto read = [&](wchar_t* buffer, DWORD* size) {
+        return MsiRecordGetStringW(record, field, buffer, size);
     };
-    DWORD size = MsiRecordDataSize(record, field);
-    UINT status = ReadInto(value, size + 1, read);
-    if (status == ERROR_MORE_DATA) {
-        // The data size of an integer field is that of the integer, not of its text.
-        DWORD needed = 0;
-        wchar_t empty[1] = L"";
-        MsiRecordGetStringW(record, field, empty, &needed);
-        status = ReadInto(value, needed + 1, read);
-    }
-    return status;
+    const UINT status = ReadInto(value, MsiRecordDataSize(record, field) + 1, read);
+    // The data size of an integer field is that of the integer, not of its text.
+    return status == ERROR_MORE_DATA ? ReadSizedText(value, read) : status;
+}
+
+std::wstring GetProductInfo(const wchar_t* productCode, const wchar_t* property) {
+    return ReadTextOrEmpty([&](wchar_t* buffer, DWORD* size) {
+        return MsiGetProductInfoW(productCode, property, buffer, size);
+    });
 }
 
 UINT SetProperty(MSIHANDLE session, const wchar_t* name, const wchar_t* value) {

@@ -1,6 +1,8 @@
 // Access to the running installation: properties, records, views, messages and progress.
 #pragma once
 
+#include <cstddef>
+#include <cwchar>
 #include <optional>
 #include <string>
 
@@ -24,12 +26,58 @@ inline constexpr int kErrorAction = 666;
 inline constexpr int kErrorServiceInstall = 1923;
 inline constexpr int kErrorDriverPackage = 25002;
 
-// Reads a property. Returns the installer status; an empty or unset property
-// returns 0 and leaves `value` as it was.
+// Reads into a buffer of `size` characters with `read(buffer, &size)` and keeps
+// the text up to its first NUL in `text`. Returns the read's status.
+template <typename Read>
+UINT ReadInto(std::wstring& text, DWORD size, Read read) {
+    std::wstring buffer(size, L'\0');
+    const UINT status = read(buffer.data(), &size);
+    buffer.resize(wcsnlen(buffer.c_str(), buffer.size()));
+    text = std::move(buffer);
+    return status;
+}
+
+// A text of the installer's size-reporting calls: `read(buffer, &size)` is asked
+// with no room first and, on "more data", read into the reported size plus one.
+// Any other first answer is returned as it is and leaves `text` as it was; so
+// does an empty value, which some engines report as "more data" of size 0.
+template <typename Read>
+UINT ReadSizedText(std::wstring& text, Read read) {
+    wchar_t empty[1] = L"";
+    DWORD size = 0;
+    const UINT status = read(empty, &size);
+    if (status == ERROR_MORE_DATA && size == 0) {
+        return ERROR_SUCCESS;
+    }
+    if (status != ERROR_MORE_DATA) {
+        return status;
+    }
+    return ReadInto(text, size + 1, read);
+}
+
+// The text of a size-reporting call, empty when it cannot be read.
+template <typename Read>
+std::wstring ReadTextOrEmpty(Read read) {
+    std::wstring text;
+    return ReadSizedText(text, read) == ERROR_SUCCESS ? text : std::wstring();
+}
+
+// `status`, or "more data" when `text` would not have fitted a buffer of
+// `capacity` characters with its terminator.
+UINT WithinCapacity(UINT status, const std::wstring& text, std::size_t capacity);
+
+// Session readers of any length. Each returns the installer status; an empty
+// or unset value returns 0 and leaves the output as it was.
 UINT GetPropertyString(MSIHANDLE session, const wchar_t* name, std::wstring& value);
+UINT GetTargetPath(MSIHANDLE session, const wchar_t* directory, std::wstring& path);
+// Field 0 of `record` formatted by the installer.
+UINT FormatRecord(MSIHANDLE session, MSIHANDLE record, std::wstring& text);
 
 // Reads a record field as text. Returns the installer status.
 UINT GetRecordString(MSIHANDLE record, UINT field, std::wstring& value);
+
+// A property of an installed product; empty when it cannot be read.
+std::wstring GetProductInfo(const wchar_t* productCode, const wchar_t* property);
 
 UINT SetProperty(MSIHANDLE session, const wchar_t* name, const wchar_t* value);
 

@@ -24,19 +24,19 @@ void ReportTestRunError(MSIHANDLE session) {
 }
 
 UINT RunSelfTest(MSIHANDLE session) {
-    wchar_t commandLine[kCommandLineLength] = L"";
-    DWORD length = kCommandLineLength;
-    if (const UINT status = MsiGetPropertyW(session, L"CustomActionData", commandLine, &length);
+    std::wstring commandLine;
+    if (const UINT status = WithinCapacity(GetPropertyString(session, L"CustomActionData", commandLine),
+                                           commandLine, kCommandLineLength);
         status != ERROR_SUCCESS) {
         ReportActionError(session, kAction, L"MsiGetProperty", status);
         return ERROR_INSTALL_FAILURE;
     }
-    ReportInfo(session, commandLine);
+    ReportInfo(session, commandLine.c_str());
     ReportInfo(session, L"CreateProcess()...");
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION started{};
-    if (!CreateProcessW(nullptr, commandLine, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+    if (!CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
                         &started)) {
         ReportInfo(session, L"CreateProcess() failed: [1]", static_cast<int>(GetLastError()));
         ReportTestRunError(session);

@@ -55,17 +55,15 @@ std::wstring LogLine(const RegReaderRow& row) {
 // The value of the row's list property. Only a failed second read is
 // reported: a first answer other than "more data" leaves the list empty.
 std::wstring ReadListProperty(MSIHANDLE session, const std::wstring& name) {
-    wchar_t empty[1] = L"";
-    DWORD size = 0;
-    if (MsiGetPropertyW(session, name.c_str(), empty, &size) != ERROR_MORE_DATA) {
-        return {};
-    }
-    std::wstring value(size + 1, L'\0');
-    size = static_cast<DWORD>(value.size());
-    if (MsiGetPropertyW(session, name.c_str(), value.data(), &size) != ERROR_SUCCESS) {
+    std::wstring value;
+    int calls = 0;
+    const UINT status = ReadSizedText(value, [&](wchar_t* buffer, DWORD* size) {
+        ++calls;
+        return MsiGetPropertyW(session, name.c_str(), buffer, size);
+    });
+    if (status != ERROR_SUCCESS && calls == 2) {
         ReportActionError(session, L"PrepareToWrite", L"MsiGetProperty() fail", GetLastError());
     }
-    value.resize(wcsnlen(value.c_str(), value.size()));
     return value;
 }
 
