@@ -7,6 +7,7 @@
 
 #include "exports.h"
 #include "frame/action_guard.h"
+#include "frame/child_process.h"
 #include "frame/handles.h"
 #include "frame/session.h"
 
@@ -33,19 +34,14 @@ UINT RunSelfTest(MSIHANDLE session) {
     }
     ReportInfo(session, commandLine.c_str());
     ReportInfo(session, L"CreateProcess()...");
-    STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION started{};
-    if (!CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                        &started)) {
+    ChildProcess test;
+    if (!test.Start(commandLine)) {
         ReportInfo(session, L"CreateProcess() failed: [1]", static_cast<int>(GetLastError()));
         ReportTestRunError(session);
         return ERROR_INSTALL_FAILURE;
     }
-    KernelHandle process(started.hProcess);
-    KernelHandle thread(started.hThread);
     ReportInfo(session, L"WaitForSingleObject()...");
-    if (WaitForSingleObject(process.get(), INFINITE) == WAIT_FAILED) {
+    if (test.Wait() == WAIT_FAILED) {
         ReportActionError(session, kAction, L"WaitForSingleObject", GetLastError());
         return ERROR_INSTALL_FAILURE;
     }
