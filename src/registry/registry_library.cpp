@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "frame/registry_values.h"
 #include "profiles/access_rights.h"
 
 namespace setuputils {
@@ -12,7 +13,6 @@ namespace {
 
 constexpr DWORD kUserNameChars = 128;
 constexpr DWORD kLongestSidTextChars = 187;
-constexpr DWORD kSubkeyNameChars = 256;
 constexpr wchar_t kValueInprocServer[] = L"InprocServer32";
 constexpr wchar_t kLinkValueName[] = L"SymbolicLinkValue";
 
@@ -175,72 +175,46 @@ RegistryStatus ReadValue(HKEY key, const std::wstring& name, RegistryValue& valu
     return kRegistryOk;
 }
 
-// The name of value or subkey `index`, however long. A name that still does
-// not fit (the key changed meanwhile) is a failure, never an empty success.
-LSTATUS EnumerateName(HKEY key, DWORD index, bool subkey, std::wstring& name) {
-    DWORD longestSubkey = 0;
-    DWORD longestValue = 0;
-    LSTATUS status = RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, &longestSubkey, nullptr,
-                                      nullptr, &longestValue, nullptr, nullptr, nullptr);
-    if (status != ERROR_SUCCESS) {
-        return status;
-    }
-    DWORD capacity = std::max<DWORD>(subkey ? longestSubkey : longestValue, kRegistryNameChars) + 1;
-    name.assign(capacity, L'\0');
-    DWORD length = capacity;
-    status = subkey ? RegEnumKeyExW(key, index, name.data(), &length, nullptr, nullptr, nullptr, nullptr)
-                    : RegEnumValueW(key, index, name.data(), &length, nullptr, nullptr, nullptr, nullptr);
-    if (status == ERROR_MORE_DATA) {
-        return ERROR_INVALID_DATA;
-    }
-    name.resize(status == ERROR_SUCCESS ? length : 0);
-    return status;
-}
-
 // The value named exactly `name`, found by walking the key's values.
 RegistryStatus FindValueByName(HKEY key, const std::wstring& name, RegistryValue& value) {
-    for (DWORD index = 0;; ++index) {
-        std::wstring found;
-        if (LSTATUS status = EnumerateName(key, index, false, found); status != ERROR_SUCCESS) {
-            return MapRegistryStatus(status);
-        }
-        if (name == found) {
-            return ReadValue(key, name, value);
-        }
-    }
+    const LSTATUS status =
+        WalkKey(key, KeyEntries::Values, [&](const std::wstring& found) { return found != name; });
+    return status == ERROR_SUCCESS ? ReadValue(key, name, value) : MapRegistryStatus(status);
 }
 
 using ZwDeleteKeyFn = LONG(NTAPI*)(HANDLE);
 
+// Deletes `key` as a key, never following it when it is a link.
+RegistryStatus DeleteKeyItself(HKEY key) {
+    HMODULE ntdll = LoadLibraryW(L"ntdll.dll");
+    if (ntdll == nullptr) {
+        return kRegistryNoNtdll;
+    }
+    auto deleteKey =
+        reinterpret_cast<ZwDeleteKeyFn>(reinterpret_cast<void*>(GetProcAddress(ntdll, "ZwDeleteKey")));
+    const RegistryStatus status = deleteKey != nullptr ? MapNtStatus(deleteKey(key)) : kRegistryNoNtdll;
+    FreeLibrary(ntdll);
+    return status;
+}
+
 // Deletes the subtree below `key` and then `key`, depth first.
 RegistryStatus DeleteTree(HKEY key, RegistryFlags flags) {
+    const REGSAM access =
+        DELETE | KEY_ENUMERATE_SUB_KEYS | ((flags & kReg64BitView) != 0 ? KEY_WOW64_64KEY : 0);
     for (;;) {
-        std::wstring name(kSubkeyNameChars, L'\0');
-        DWORD length = kSubkeyNameChars;
-        LSTATUS status = RegEnumKeyExW(key, 0, name.data(), &length, nullptr, nullptr, nullptr, nullptr);
-        if (status == ERROR_MORE_DATA) {
-            DWORD longest = 0;
-            RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, &longest, nullptr, nullptr, nullptr,
-                             nullptr, nullptr, nullptr);
-            name.assign(longest + 1, L'\0');
-            length = longest + 1;
-            status = RegEnumKeyExW(key, 0, name.data(), &length, nullptr, nullptr, nullptr, nullptr);
-        }
+        std::wstring name;
+        LSTATUS status = EnumerateName(key, KeyEntries::Subkeys, 0, name);
         if (status == ERROR_NO_MORE_ITEMS) {
-            return MapRegistryStatus(DeleteKeyItself(key));
+            return DeleteKeyItself(key);
         }
-        if (status != ERROR_SUCCESS) {
-            return MapRegistryStatus(status);
-        }
-        name.resize(length);
         RegKey subkey;
-        REGSAM access =
-            DELETE | KEY_ENUMERATE_SUB_KEYS | ((flags & kReg64BitView) != 0 ? KEY_WOW64_64KEY : 0);
-        status = RegOpenKeyExW(key, name.c_str(), REG_OPTION_OPEN_LINK, access, subkey.put());
+        if (status == ERROR_SUCCESS) {
+            status = RegOpenKeyExW(key, name.c_str(), REG_OPTION_OPEN_LINK, access, subkey.put());
+        }
         if (status != ERROR_SUCCESS) {
             return MapRegistryStatus(status);
         }
-        if (RegistryStatus deleted = DeleteTree(subkey.get(), flags); deleted != kRegistryOk) {
+        if (const RegistryStatus deleted = DeleteTree(subkey.get(), flags); deleted != kRegistryOk) {
             return deleted;
         }
     }
@@ -284,7 +258,7 @@ LSTATUS CopyTree(HKEY target, HKEY source, REGSAM view) {
         std::wstring name;
         RegKey from;
         RegKey to;
-        status = EnumerateName(source, index, true, name);
+        status = EnumerateName(source, KeyEntries::Subkeys, index, name);
         if (status == ERROR_SUCCESS) {
             status = RegOpenKeyExW(source, name.c_str(), 0, KEY_READ | view, from.put());
         }
@@ -297,6 +271,40 @@ LSTATUS CopyTree(HKEY target, HKEY source, REGSAM view) {
         }
     }
     return status;
+}
+
+// Moves the subkeys of `source` below `target` and copies its values there.
+LSTATUS MoveTree(HKEY target, HKEY source) {
+    DWORD subkeys = 0;
+    LSTATUS status = CopyValuesCountingSubkeys(target, source, subkeys);
+    if (status != ERROR_SUCCESS) {
+        return status;
+    }
+    for (DWORD index = subkeys; index-- > 0;) {
+        std::wstring name;
+        status = EnumerateName(source, KeyEntries::Subkeys, index, name);
+        if (status != ERROR_SUCCESS) {
+            return status;
+        }
+        RegKey from;
+        RegKey to;
+        status = RegOpenKeyExW(source, name.c_str(), 0, KEY_READ, from.put());
+        if (status == ERROR_SUCCESS) {
+            status =
+                RegCreateKeyExW(target, name.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, to.put(), nullptr);
+        }
+        if (status == ERROR_SUCCESS) {
+            status = MoveTree(to.get(), from.get());
+        }
+        from.reset();
+        if (status == ERROR_SUCCESS) {
+            status = RegDeleteKeyW(source, name.c_str());
+        }
+        if (status != ERROR_SUCCESS) {
+            return status;
+        }
+    }
+    return ERROR_SUCCESS;
 }
 
 } // namespace
@@ -390,7 +398,9 @@ RegistryStatus MappedKeyEnumeration::Next(RegistryValue& entry) {
     }
     RegistryValue found;
     std::wstring name;
-    if (LSTATUS status = EnumerateName(key_.key.get(), index_, subkeys_, name); status != ERROR_SUCCESS) {
+    if (const LSTATUS status =
+            EnumerateName(key_.key.get(), subkeys_ ? KeyEntries::Subkeys : KeyEntries::Values, index_, name);
+        status != ERROR_SUCCESS) {
         return MapRegistryStatus(status);
     }
     if (subkeys_) {
@@ -426,62 +436,19 @@ RegistryStatus CopyMappedTree(std::wstring_view target, std::wstring_view source
     return MapRegistryStatus(CopyTree(to.key.get(), from.key.get(), view));
 }
 
-LONG DeleteKeyItself(HKEY key) {
-    HMODULE ntdll = LoadLibraryW(L"ntdll.dll");
-    if (ntdll == nullptr) {
-        return static_cast<LONG>(kRegistryNoNtdll);
-    }
-    auto deleteKey =
-        reinterpret_cast<ZwDeleteKeyFn>(reinterpret_cast<void*>(GetProcAddress(ntdll, "ZwDeleteKey")));
-    LONG status = deleteKey != nullptr ? deleteKey(key) : static_cast<LONG>(kRegistryNoNtdll);
-    FreeLibrary(ntdll);
-    return status;
+RegistryStatus MoveKeyTree(HKEY target, HKEY source) {
+    return MapRegistryStatus(MoveTree(target, source));
 }
 
-LSTATUS MoveKeyTree(HKEY target, HKEY source) {
-    DWORD subkeys = 0;
-    LSTATUS status = CopyValuesCountingSubkeys(target, source, subkeys);
-    if (status != ERROR_SUCCESS) {
-        return status;
-    }
-    for (DWORD index = subkeys; index-- > 0;) {
-        std::wstring name(kSubkeyNameChars, L'\0');
-        DWORD length = kSubkeyNameChars;
-        status = RegEnumKeyExW(source, index, name.data(), &length, nullptr, nullptr, nullptr, nullptr);
-        if (status != ERROR_SUCCESS) {
-            return status;
-        }
-        name.resize(length);
-        RegKey from;
-        RegKey to;
-        status = RegOpenKeyExW(source, name.c_str(), 0, KEY_READ, from.put());
-        if (status == ERROR_SUCCESS) {
-            status =
-                RegCreateKeyExW(target, name.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, to.put(), nullptr);
-        }
-        if (status == ERROR_SUCCESS) {
-            status = MoveKeyTree(to.get(), from.get());
-        }
-        from.reset();
-        if (status == ERROR_SUCCESS) {
-            status = RegDeleteKeyW(source, name.c_str());
-        }
-        if (status != ERROR_SUCCESS) {
-            return status;
-        }
-    }
-    return ERROR_SUCCESS;
-}
-
-LONG DeleteRegistryLink(const std::wstring& path, bool force) {
+RegistryStatus DeleteRegistryLink(const std::wstring& path, bool force) {
     RegKey link;
     if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), REG_OPTION_OPEN_LINK, KEY_ALL_ACCESS, link.put()) !=
         ERROR_SUCCESS) {
-        return ERROR_SUCCESS;
+        return kRegistryOk;
     }
-    bool unlinked = RegDeleteValueW(link.get(), kLinkValueName) == ERROR_SUCCESS;
+    const bool unlinked = RegDeleteValueW(link.get(), kLinkValueName) == ERROR_SUCCESS;
     if (!unlinked && !force) {
-        return ERROR_SUCCESS;
+        return kRegistryOk;
     }
     return DeleteKeyItself(link.get());
 }

@@ -72,15 +72,12 @@ RegistryStatus DeleteMappedTree(std::wstring_view path);
 RegistryStatus CopyMappedTree(std::wstring_view target, std::wstring_view source);
 
 // Moves the subkeys of `source` below `target` and copies its values there;
-// the source's own values stay. Returns the first registry error.
-LSTATUS MoveKeyTree(HKEY target, HKEY source);
+// the source's own values stay. Stops at the first failure.
+RegistryStatus MoveKeyTree(HKEY target, HKEY source);
 
 // Deletes the link key at `path` under HKEY_LOCAL_MACHINE: its link value,
 // then the key itself when that worked or `force` is set. 0 when the key does
 // not open; otherwise the key deletion's status.
-LONG DeleteRegistryLink(const std::wstring& path, bool force);
-
-// Deletes `key` as a key, never following it when it is a link.
-LONG DeleteKeyItself(HKEY key);
+RegistryStatus DeleteRegistryLink(const std::wstring& path, bool force);
 
 } // namespace setuputils
