@@ -3,8 +3,6 @@
 #include <aclapi.h>
 #include <sddl.h>
 
-#include <algorithm>
-
 #include "frame/registry_values.h"
 #include "profiles/access_rights.h"
 
