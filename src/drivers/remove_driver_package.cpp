@@ -66,18 +66,6 @@ InfHandle OpenStagedInf(const std::wstring& stagedPath, InstallLog& log) {
     return inf;
 }
 
-// Reports a failed step of the removal: with a service name the service still
-// goes (`serviceStep` is logged as information), without one `step` is an error.
-void FailStep(const wchar_t* serviceName, const wchar_t* serviceStep, const wchar_t* step, unsigned flags,
-              InstallLog& log) {
-    if (serviceName != nullptr) {
-        LogInfo(log, L"%ls", serviceStep);
-        StopDeleteService(serviceName, flags, log);
-    } else {
-        LogError(log, L"%ls", step);
-    }
-}
-
 struct ScanContext {
     FileRemover* remover;
     InstallLog* log;
@@ -312,26 +300,24 @@ DWORD DeleteDriverService(SC_HANDLE manager, const std::wstring& name, InstallLo
     return ERROR_SUCCESS;
 }
 
-UINT RemoveQueuedFiles(const std::wstring& infPath, HINF inf, const std::wstring& section,
+void RemoveQueuedFiles(const std::wstring& infPath, HINF inf, const std::wstring& section,
                        FileRemover& remover, InstallLog& log) {
     FileQueue queue(SetupOpenFileQueue());
     if (!queue) {
         LogError(log, L"SetupOpenFileQueue");
-        return ERROR_INSTALL_FAILURE;
+        return;
     }
     LogInfo(log, L"Build file queue.");
     const std::wstring sourceRoot = infPath.substr(0, infPath.find_last_of(L'\\') + 1);
     if (QueueCopySections(queue.get(), sourceRoot, inf, section, log) != ERROR_SUCCESS) {
-        return ERROR_INSTALL_FAILURE;
+        return;
     }
     ScanContext context{&remover, &log};
     DWORD result = 0;
     if (!SetupScanFileQueueW(queue.get(), SPQ_SCAN_USE_CALLBACK, nullptr, ScanQueueCallback, &context,
                              &result)) {
         LogError(log, L"SetupScanFileQueue");
-        return ERROR_INSTALL_FAILURE;
     }
-    return ERROR_SUCCESS;
 }
 
 void RemoveInfRegistry(HINF inf, const std::wstring& installSection, const std::wstring& servicesSection,
@@ -388,58 +374,92 @@ void RemoveOemInf(const std::wstring& stagedPath, InstallLog& log) {
     }
 }
 
-void RemoveDriverPackage(const std::wstring& componentId, const wchar_t* serviceName, unsigned /*reserved*/,
+namespace {
+
+// One removal and what it was given.
+struct Removal {
+    const std::wstring& componentId;
+    const std::optional<std::wstring>& givenService;
+    unsigned flags;
+    InstallLog& log;
+
+    // A step that failed: a given service still goes (`serviceStep` is logged
+    // as information); without one `step` is an error.
+    void Fail(const wchar_t* serviceStep, const wchar_t* step) const {
+        if (givenService) {
+            LogInfo(log, L"%ls", serviceStep);
+            StopDeleteService(*givenService, flags, log);
+        } else {
+            LogError(log, L"%ls", step);
+        }
+    }
+};
+
+// The staged INF of the package, found through its location value and
+// opened; nothing after a failure, which is reported.
+InfHandle OpenPackageInf(const Removal& removal, InfPath& staged) {
+    std::wstring stagedPath;
+    if (const LSTATUS status = ReadInfLocation(removal.componentId, stagedPath); status != ERROR_SUCCESS) {
+        SetLastError(static_cast<DWORD>(status));
+        LogError(removal.log, L"Can't get inf file location");
+        removal.Fail(L"GetInfFileLocation error", L"GetInfFileLocation");
+        return InfHandle();
+    }
+    LogInfo(removal.log, L"Inf file location: %ls", stagedPath.c_str());
+    if (!ResolveInfPath(stagedPath, removal.log, staged)) {
+        DeleteInfLocation(removal.componentId, removal.log);
+        removal.Fail(L"SplitPath error", L"SplitPath");
+        return InfHandle();
+    }
+    InfHandle inf = OpenStagedInf(staged.full, removal.log);
+    if (!inf) {
+        removal.Fail(L"SetupGetInfDriverStoreLocation fail.", L"SetupGetInfDriverStoreLocation");
+        DeleteInfLocation(removal.componentId, removal.log);
+    }
+    return inf;
+}
+
+// What the INF installed for its service `service`: the service, the copied
+// files, the registry values and, once the INF is closed, the staged INF.
+void RemoveInstalledPackage(const Removal& removal, InfHandle inf, const std::wstring& infPath,
+                            const std::wstring& installSection, const std::wstring& service) {
+    StopDeleteService(service, removal.flags, removal.log);
+    FileRemover files(removal.log);
+    RemoveQueuedFiles(infPath, inf.get(), installSection, files, removal.log);
+    RegistryValueRemover values(removal.log);
+    RemoveInfRegistry(inf.get(), installSection, installSection + kServicesSectionSuffix, values, service,
+                      removal.log);
+    inf.reset();
+    RemoveOemInf(infPath, removal.log);
+}
+
+} // namespace
+
+void RemoveDriverPackage(const std::wstring& componentId, const std::optional<std::wstring>& givenService,
                          unsigned flags, InstallLog& log) {
     LogInfo(log, L"KSInstUninstall start.");
-    std::wstring stagedPath;
-    if (LSTATUS status = ReadInfLocation(componentId, stagedPath); status != ERROR_SUCCESS) {
-        SetLastError(static_cast<DWORD>(status));
-        LogError(log, L"Can't get inf file location");
-        FailStep(serviceName, L"GetInfFileLocation error", L"GetInfFileLocation", flags, log);
-        return;
-    }
-    LogInfo(log, L"Inf file location: %ls", stagedPath.c_str());
-
+    const Removal removal{componentId, givenService, flags, log};
     InfPath staged;
-    if (!ResolveInfPath(stagedPath, log, staged)) {
-        DeleteInfLocation(componentId, log);
-        FailStep(serviceName, L"SplitPath error", L"SplitPath", flags, log);
-        return;
-    }
-
-    InfHandle inf = OpenStagedInf(staged.full, log);
+    InfHandle inf = OpenPackageInf(removal, staged);
     if (!inf) {
-        FailStep(serviceName, L"SetupGetInfDriverStoreLocation fail.", L"SetupGetInfDriverStoreLocation",
-                 flags, log);
-        DeleteInfLocation(componentId, log);
         return;
     }
-
     const std::wstring installSection = InstallSectionOrDefault(inf.get(), log);
-    const std::wstring servicesSection = installSection + kServicesSectionSuffix;
     std::wstring infService;
-    const bool infNamesService = FindServiceName(inf.get(), servicesSection, infService) == InfLookup::Found;
-
+    const bool infNamesService =
+        FindServiceName(inf.get(), installSection + kServicesSectionSuffix, infService) == InfLookup::Found;
     // A staged INF that names another service may belong to another package: only
     // the given service and the location value go.
-    if (serviceName != nullptr && (!infNamesService || infService != serviceName)) {
+    if (givenService && (!infNamesService || infService != *givenService)) {
         LogInfo(log, L"Opened unknown INF");
-        StopDeleteService(serviceName, flags, log);
+        StopDeleteService(*givenService, flags, log);
         DeleteInfLocation(componentId, log);
         return;
     }
     if (infNamesService) {
-        StopDeleteService(infService, flags, log);
-        FileRemover files(log);
-        RemoveQueuedFiles(staged.full, inf.get(), installSection, files, log);
-        RegistryValueRemover values(log);
-        RemoveInfRegistry(inf.get(), installSection, servicesSection, values, infService, log);
+        RemoveInstalledPackage(removal, std::move(inf), staged.full, installSection, infService);
     }
     inf.reset();
-    if (infNamesService) {
-        RemoveOemInf(staged.full, log);
-    }
-
     DeleteInfLocation(componentId, log);
     if (infNamesService) {
         LogInfo(log, L"Uninstall driver %ls success.", infService.c_str());
