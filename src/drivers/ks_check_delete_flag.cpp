@@ -71,17 +71,17 @@ void CheckDeleteFlag(MSIHANDLE session) {
         return;
     }
     View view;
-    if (OpenView(session, kDriverComponentsQuery, view) != ERROR_SUCCESS ||
-        MsiViewExecute(view.get(), 0) != ERROR_SUCCESS) {
+    if (OpenView(session, kDriverComponentsQuery, view) != ERROR_SUCCESS) {
         return;
     }
-    MsiHandle record;
-    while (MsiViewFetch(view.get(), record.put()) == ERROR_SUCCESS) {
-        if (ComponentDriverAskedForDeletion(session, manager.get(), record.get())) {
-            SetProperty(session, kDeleteFlagProperty, L"1");
-            break;
+    // The first component whose driver asks for it sets the property and ends the walk.
+    ForEachRecord(view.get(), [&](MSIHANDLE record) {
+        if (!ComponentDriverAskedForDeletion(session, manager.get(), record)) {
+            return static_cast<UINT>(ERROR_SUCCESS);
         }
-    }
+        SetProperty(session, kDeleteFlagProperty, L"1");
+        return static_cast<UINT>(ERROR_NO_MORE_ITEMS);
+    });
 }
 
 } // namespace

@@ -75,30 +75,16 @@ UINT ProcessDriverPackages(MSIHANDLE session) {
         return ERROR_SUCCESS;
     }
     View view;
-    if (OpenView(session, kDriverPackagesQuery, view) != ERROR_SUCCESS ||
-        MsiViewExecute(view.get(), 0) != ERROR_SUCCESS) {
+    if (OpenView(session, kDriverPackagesQuery, view) != ERROR_SUCCESS) {
         return ERROR_SUCCESS;
     }
-
     const bool msInfVariant = IsWindows10OrLater();
-    UINT result = ERROR_SUCCESS;
-    while (result == ERROR_SUCCESS) {
-        MsiHandle record;
-        UINT fetched = MsiViewFetch(view.get(), record.put());
-        if (fetched != ERROR_SUCCESS) {
-            // The end of the rows, or a fetch that failed, which fails the action.
-            if (fetched != ERROR_NO_MORE_ITEMS) {
-                result |= fetched;
-            }
-            break;
-        }
+    // A fetch that fails fails the action as a package does.
+    return ForEachRecord(view.get(), [&](MSIHANDLE record) {
         DriverPackage package;
-        result |= ReadDriverPackage(session, record.get(), package);
-        if (result == ERROR_SUCCESS) {
-            result |= ScheduleIfChanging(session, package, msInfVariant);
-        }
-    }
-    return result;
+        const UINT status = ReadDriverPackage(session, record, package);
+        return status == ERROR_SUCCESS ? ScheduleIfChanging(session, package, msInfVariant) : status;
+    });
 }
 
 } // namespace

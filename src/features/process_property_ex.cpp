@@ -93,24 +93,15 @@ UINT ApplyRule(MSIHANDLE session, const PropertyRule& rule) {
 }
 
 UINT ProcessRules(MSIHANDLE session) {
-    MsiHandle database = OpenActiveDatabase(session);
     View view;
-    if (MsiDatabaseOpenViewW(database.get(), kPropertyExQuery, view.put()) != ERROR_SUCCESS ||
-        MsiViewExecute(view.get(), 0) != ERROR_SUCCESS) {
+    if (OpenView(session, kPropertyExQuery, view) != ERROR_SUCCESS ||
+        ForEachRecord(view.get(), [&](MSIHANDLE record) {
+            PropertyRule rule;
+            return ReadRule(record, rule) ? ApplyRule(session, rule) : ERROR_INSTALL_FAILURE;
+        }) != ERROR_SUCCESS) {
         return ERROR_INSTALL_FAILURE;
     }
-    for (;;) {
-        MsiHandle record;
-        const UINT fetched = MsiViewFetch(view.get(), record.put());
-        if (fetched == ERROR_NO_MORE_ITEMS) {
-            return ERROR_SUCCESS;
-        }
-        PropertyRule rule;
-        if (fetched != ERROR_SUCCESS || !ReadRule(record.get(), rule) ||
-            ApplyRule(session, rule) != ERROR_SUCCESS) {
-            return ERROR_INSTALL_FAILURE;
-        }
-    }
+    return ERROR_SUCCESS;
 }
 
 } // namespace

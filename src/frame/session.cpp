@@ -58,58 +58,38 @@ void View::Close() {
     }
 }
 
-UINT OpenView(MSIHANDLE session, const wchar_t* query, View& view) {
-    MsiHandle database = OpenActiveDatabase(session);
-    return MsiDatabaseOpenViewW(database.get(), query, view.put());
+UINT ExecuteView(MSIHANDLE database, const wchar_t* query, View& view) {
+    const UINT status = MsiDatabaseOpenViewW(database, query, view.put());
+    return status == ERROR_SUCCESS ? MsiViewExecute(view.get(), 0) : status;
 }
 
-void CloseView(View& view) {
-    view.Close();
+UINT OpenView(MSIHANDLE session, const wchar_t* query, View& view) {
+    return ExecuteView(OpenActiveDatabase(session).get(), query, view);
 }
 
 void ReportInfo(MSIHANDLE session, const wchar_t* text, int value) {
-    MsiHandle record(MsiCreateRecord(1));
-    MsiRecordSetStringW(record.get(), 0, text);
     if (wcsstr(text, L"[1]") != nullptr) {
-        MsiRecordSetInteger(record.get(), 1, value);
+        PostMessageRecord(session, kMessageInfo, text, value);
+    } else {
+        PostMessageRecord(session, kMessageInfo, text, nullptr);
     }
-    MsiProcessMessage(session, kMessageInfo, record.get());
 }
 
 void ReportInfoLine(MSIHANDLE session, const std::wstring& line) {
-    MsiHandle record(MsiCreateRecord(1));
-    MsiRecordSetStringW(record.get(), 0, L"[1]");
-    MsiRecordSetStringW(record.get(), 1, line.c_str());
-    MsiProcessMessage(session, kMessageInfo, record.get());
+    PostMessageRecord(session, kMessageInfo, L"[1]", line.c_str());
 }
 
 void ReportProgress(MSIHANDLE session, int ticks) {
-    MsiHandle record(MsiCreateRecord(4));
-    MsiRecordSetInteger(record.get(), 1, 1);
-    MsiRecordSetInteger(record.get(), 2, 0);
-    MsiRecordSetInteger(record.get(), 3, 0);
-    MsiRecordSetInteger(record.get(), 4, 0);
-    MsiProcessMessage(session, kMessageProgress, record.get());
-    MsiRecordSetInteger(record.get(), 1, 2);
-    MsiRecordSetInteger(record.get(), 2, ticks);
-    MsiProcessMessage(session, kMessageProgress, record.get());
+    PostMessageRecord(session, kMessageProgress, nullptr, 1, 0, 0, 0);
+    PostMessageRecord(session, kMessageProgress, nullptr, 2, ticks, 0, 0);
 }
 
 void ReportServiceError(MSIHANDLE session, UINT code, const wchar_t* name) {
-    MsiHandle record(MsiCreateRecord(3));
-    MsiRecordSetInteger(record.get(), 1, kErrorServiceInstall);
-    MsiRecordSetStringW(record.get(), 2, name);
-    MsiRecordSetInteger(record.get(), 3, static_cast<int>(code));
-    MsiProcessMessage(session, kMessageError, record.get());
+    PostMessageRecord(session, kMessageError, nullptr, kErrorServiceInstall, name, static_cast<int>(code));
 }
 
 void ReportActionError(MSIHANDLE session, const wchar_t* text1, const wchar_t* text2, UINT code) {
-    MsiHandle record(MsiCreateRecord(4));
-    MsiRecordSetInteger(record.get(), 1, kErrorAction);
-    MsiRecordSetStringW(record.get(), 2, text1);
-    MsiRecordSetStringW(record.get(), 3, text2);
-    MsiRecordSetInteger(record.get(), 4, static_cast<int>(code));
-    MsiProcessMessage(session, kMessageError, record.get());
+    PostMessageRecord(session, kMessageError, nullptr, kErrorAction, text1, text2, static_cast<int>(code));
 }
 
 std::optional<DriverActionData> ParseDriverActionData(MSIHANDLE session, bool withServiceName) {

@@ -104,9 +104,50 @@ private:
     MsiHandle handle_;
 };
 
-// Opens `query` on the active database. Returns the installer status.
+// Opens `query` on `database` and executes it. Returns the first failing
+// installer status.
+UINT ExecuteView(MSIHANDLE database, const wchar_t* query, View& view);
+// The same on the active database of the installation.
 UINT OpenView(MSIHANDLE session, const wchar_t* query, View& view);
-void CloseView(View& view);
+
+// Calls `visit(record)` for each record `view` fetches while it returns 0.
+// Returns 0 at the end of the records, the status of a fetch that fails, or
+// the non-zero status `visit` returned.
+template <typename Visit>
+UINT ForEachRecord(MSIHANDLE view, Visit&& visit) {
+    for (;;) {
+        MsiHandle record;
+        if (const UINT fetched = MsiViewFetch(view, record.put()); fetched != ERROR_SUCCESS) {
+            return fetched == ERROR_NO_MORE_ITEMS ? ERROR_SUCCESS : fetched;
+        }
+        if (const UINT status = visit(record.get()); status != ERROR_SUCCESS) {
+            return status;
+        }
+    }
+}
+
+// A field of a posted record: a number, a text, or nothing (left empty).
+inline void SetRecordField(MSIHANDLE record, UINT field, int value) {
+    MsiRecordSetInteger(record, field, value);
+}
+inline void SetRecordField(MSIHANDLE record, UINT field, const wchar_t* text) {
+    MsiRecordSetStringW(record, field, text);
+}
+inline void SetRecordField(MSIHANDLE /*record*/, UINT /*field*/, std::nullptr_t) {}
+
+// Posts a record of `fields` (field 1 on) with the template `text` (none when
+// null) as a message of `type`. Returns the installer's answer (IDCANCEL when
+// the user asked to cancel).
+template <typename... Fields>
+int PostMessageRecord(MSIHANDLE session, INSTALLMESSAGE type, const wchar_t* text, Fields... fields) {
+    MsiHandle record(MsiCreateRecord(sizeof...(fields)));
+    if (text != nullptr) {
+        MsiRecordSetStringW(record.get(), 0, text);
+    }
+    UINT field = 0;
+    (SetRecordField(record.get(), ++field, fields), ...);
+    return MsiProcessMessage(session, type, record.get());
+}
 
 // An information message whose template is `text`; when the template holds
 // "[1]", field 1 carries `value`.

@@ -60,8 +60,7 @@ UINT ReadResponseFile(MSIHANDLE session, const wchar_t* name, std::vector<char>&
     View view;
     MsiHandle record;
     // A missing row (or table) leaves no record, whose data size is 0 as that of an empty row.
-    if (MsiDatabaseOpenViewW(database.get(), query.c_str(), view.put()) == ERROR_SUCCESS &&
-        MsiViewExecute(view.get(), 0) == ERROR_SUCCESS) {
+    if (ExecuteView(database.get(), query.c_str(), view) == ERROR_SUCCESS) {
         MsiViewFetch(view.get(), record.put());
     }
     DWORD size = MsiRecordDataSize(record.get(), 1);

@@ -19,9 +19,7 @@ constexpr DWORD kCommandLineLength = 260;
 constexpr int kErrorTestRun = 25030;
 
 void ReportTestRunError(MSIHANDLE session) {
-    MsiHandle record(MsiCreateRecord(1));
-    MsiRecordSetInteger(record.get(), 1, kErrorTestRun);
-    MsiProcessMessage(session, kMessageError, record.get());
+    PostMessageRecord(session, kMessageError, nullptr, kErrorTestRun);
 }
 
 UINT RunSelfTest(MSIHANDLE session) {

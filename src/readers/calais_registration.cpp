@@ -50,18 +50,10 @@ struct ExistingCardType {
 template <typename Visit>
 UINT WalkRows(MSIHANDLE session, const wchar_t* query, Visit visit) {
     View view;
-    if (OpenView(session, query, view) != ERROR_SUCCESS || MsiViewExecute(view.get(), 0) != ERROR_SUCCESS) {
+    if (OpenView(session, query, view) != ERROR_SUCCESS) {
         return ERROR_SUCCESS;
     }
-    for (;;) {
-        MsiHandle record;
-        if (const UINT fetched = MsiViewFetch(view.get(), record.put()); fetched != ERROR_SUCCESS) {
-            return fetched == ERROR_NO_MORE_ITEMS ? ERROR_SUCCESS : fetched;
-        }
-        if (const UINT status = visit(record.get()); status != ERROR_SUCCESS) {
-            return status;
-        }
-    }
+    return ForEachRecord(view.get(), visit);
 }
 
 // Reads fields 1, 2, ... of `record` into `fields` in order; stops at the first failure.

@@ -86,19 +86,20 @@ void MigrateEntry(MSIHANDLE session, const ReaderEntry& entry) {
 }
 
 // Returns 0, or the status of the first record that cannot be read.
+// A fetch that fails ends the walk as its end does.
 UINT MigrateFetchedEntries(MSIHANDLE session, MSIHANDLE view) {
-    for (;;) {
-        MsiHandle record;
-        if (MsiViewFetch(view, record.put()) != ERROR_SUCCESS) {
-            return ERROR_SUCCESS;
-        }
+    UINT unread = ERROR_SUCCESS;
+    ForEachRecord(view, [&](MSIHANDLE record) {
         ReaderEntry entry;
-        if (const UINT status = ReadEntry(record.get(), entry); status != ERROR_SUCCESS) {
-            ReportActionError(session, kAction, L"RecordGetString() fail", status);
-            return status;
+        unread = ReadEntry(record, entry);
+        if (unread != ERROR_SUCCESS) {
+            ReportActionError(session, kAction, L"RecordGetString() fail", unread);
+            return unread;
         }
         MigrateEntry(session, entry);
-    }
+        return static_cast<UINT>(ERROR_SUCCESS);
+    });
+    return unread;
 }
 
 // A package without the table, or with a table the query cannot read, has

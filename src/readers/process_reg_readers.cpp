@@ -134,12 +134,11 @@ UINT ProcessRegReaderRows(MSIHANDLE session) {
         return ReportFailure(session);
     }
     View view;
-    if (MsiDatabaseOpenViewW(database.get(), kRegReadersQuery, view.put()) == ERROR_SUCCESS &&
-        MsiViewExecute(view.get(), 0) == ERROR_SUCCESS) {
-        MsiHandle record;
-        while (MsiViewFetch(view.get(), record.put()) == ERROR_SUCCESS) {
-            ProcessRow(session, record.get());
-        }
+    if (ExecuteView(database.get(), kRegReadersQuery, view) == ERROR_SUCCESS) {
+        ForEachRecord(view.get(), [&](MSIHANDLE record) {
+            ProcessRow(session, record);
+            return static_cast<UINT>(ERROR_SUCCESS);
+        });
     }
     return ProcessCalaisRegitration(session);
 }
