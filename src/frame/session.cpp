@@ -33,6 +33,16 @@ UINT GetRecordString(MSIHANDLE record, UINT field, std::wstring& value) {
     return status == ERROR_MORE_DATA ? ReadSizedText(value, read) : status;
 }
 
+UINT GetRecordStrings(MSIHANDLE record, std::initializer_list<std::wstring*> values) {
+    UINT field = 1;
+    for (std::wstring* value : values) {
+        if (const UINT status = GetRecordString(record, field++, *value); status != ERROR_SUCCESS) {
+            return status;
+        }
+    }
+    return ERROR_SUCCESS;
+}
+
 std::wstring GetProductInfo(const wchar_t* productCode, const wchar_t* property) {
     return ReadTextOrEmpty([&](wchar_t* buffer, DWORD* size) {
         return MsiGetProductInfoW(productCode, property, buffer, size);

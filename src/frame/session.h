@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cwchar>
+#include <initializer_list>
 #include <optional>
 #include <string>
 
@@ -75,6 +76,9 @@ UINT FormatRecord(MSIHANDLE session, MSIHANDLE record, std::wstring& text);
 
 // Reads a record field as text. Returns the installer status.
 UINT GetRecordString(MSIHANDLE record, UINT field, std::wstring& value);
+// Reads fields 1, 2, ... into `values` in order; the status of the first
+// field that cannot be read ends the reading.
+UINT GetRecordStrings(MSIHANDLE record, std::initializer_list<std::wstring*> values);
 
 // A property of an installed product; empty when it cannot be read.
 std::wstring GetProductInfo(const wchar_t* productCode, const wchar_t* property);

@@ -35,14 +35,7 @@ struct ReaderEntry {
 
 // Returns the status of the first field that cannot be read.
 UINT ReadEntry(MSIHANDLE record, ReaderEntry& entry) {
-    UINT status = GetRecordString(record, 1, entry.type);
-    if (status == ERROR_SUCCESS) {
-        status = GetRecordString(record, 2, entry.name);
-    }
-    if (status == ERROR_SUCCESS) {
-        status = GetRecordString(record, 3, entry.condition);
-    }
-    return status;
+    return GetRecordStrings(record, {&entry.type, &entry.name, &entry.condition});
 }
 
 // The stored key store path as it is (not expanded); empty when it cannot be

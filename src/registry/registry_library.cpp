@@ -411,6 +411,18 @@ RegistryStatus MappedKeyEnumeration::Next(RegistryValue& entry) {
     return kRegistryOk;
 }
 
+std::vector<std::wstring> MappedSubkeyNames(std::wstring_view path) {
+    std::vector<std::wstring> names;
+    MappedKeyEnumeration walk;
+    RegistryValue entry;
+    if (walk.Open(path, true) == kRegistryOk) {
+        while (walk.Next(entry) == kRegistryOk) {
+            names.push_back(std::move(entry.name));
+        }
+    }
+    return names;
+}
+
 RegistryStatus DeleteMappedTree(std::wstring_view path) {
     MappedKey key;
     if (RegistryStatus status = OpenMappedKey(path, kRegDeleteTree, key); status != kRegistryOk) {

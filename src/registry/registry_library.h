@@ -62,6 +62,15 @@ private:
     bool subkeys_ = false;
 };
 
+// The subkey names of the key at `path` in enumeration order, up to the first
+// that cannot be read; none when the key does not open.
+std::vector<std::wstring> MappedSubkeyNames(std::wstring_view path);
+
+// The key path `name` below `key`.
+inline std::wstring Below(std::wstring_view key, std::wstring_view name) {
+    return std::wstring(key).append(L"\\").append(name);
+}
+
 // Deletes the key at `path` with everything below it, depth first. Keys are
 // deleted as keys (a link key goes, its target stays).
 RegistryStatus DeleteMappedTree(std::wstring_view path);
