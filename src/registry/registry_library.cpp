@@ -60,8 +60,15 @@ DWORD UserSidText(wchar_t* buffer, DWORD& size) {
     return ERROR_SUCCESS;
 }
 
-RegistryStatus OpenPlain(HKEY root, const std::wstring& path, RegistryFlags flags, MappedKey& opened) {
-    LSTATUS status = RegOpenKeyExW(root, path.c_str(), 0, TranslateRegistryFlags(flags), opened.key.put());
+// Opens the key, or with kRegCreate creates it when missing; `attributes`
+// apply to a key it creates.
+RegistryStatus OpenPlain(HKEY root, const std::wstring& path, RegistryFlags flags, MappedKey& opened,
+                         SECURITY_ATTRIBUTES* attributes = nullptr) {
+    const REGSAM access = TranslateRegistryFlags(flags);
+    const LSTATUS status = (flags & kRegCreate) == 0
+                               ? RegOpenKeyExW(root, path.c_str(), 0, access, opened.key.put())
+                               : RegCreateKeyExW(root, path.c_str(), 0, nullptr, 0, access, attributes,
+                                                 opened.key.put(), nullptr);
     if (status == ERROR_SUCCESS) {
         opened.flags = flags;
     }
@@ -79,32 +86,20 @@ RegistryStatus CreateWithAccessList(HKEY root, const std::wstring& path, Registr
         return kRegistryFailure;
     }
     SECURITY_ATTRIBUTES attributes{sizeof(attributes), &descriptor, FALSE};
-    LSTATUS status = RegCreateKeyExW(root, path.c_str(), 0, nullptr, 0, TranslateRegistryFlags(flags),
-                                     &attributes, opened.key.put(), nullptr);
-    if (status != ERROR_SUCCESS) {
-        return MapRegistryStatus(status);
+    const RegistryStatus status = OpenPlain(root, path, flags, opened, &attributes);
+    if (status == kRegistryOk) {
+        // An existing key keeps its old list unless it is set again.
+        SetSecurityInfo(opened.key.get(), SE_REGISTRY_KEY,
+                        DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, nullptr, nullptr,
+                        static_cast<PACL>(acl.get()), nullptr);
     }
-    // An existing key keeps its old list unless it is set again.
-    SetSecurityInfo(opened.key.get(), SE_REGISTRY_KEY,
-                    DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, nullptr, nullptr,
-                    static_cast<PACL>(acl.get()), nullptr);
-    opened.flags = flags;
-    return kRegistryOk;
+    return status;
 }
 
 RegistryStatus OpenOrCreate(HKEY root, const std::wstring& path, RegistryFlags flags, MappedKey& opened) {
-    if ((flags & kRegCreate) == 0) {
-        return OpenPlain(root, path, flags, opened);
-    }
-    if ((flags & kRegProtectedCreate) != 0) {
-        return CreateWithAccessList(root, path, flags, opened);
-    }
-    LSTATUS status = RegCreateKeyExW(root, path.c_str(), 0, nullptr, 0, TranslateRegistryFlags(flags),
-                                     nullptr, opened.key.put(), nullptr);
-    if (status == ERROR_SUCCESS) {
-        opened.flags = flags;
-    }
-    return MapRegistryStatus(status);
+    const bool protectedCreate = (flags & kRegCreate) != 0 && (flags & kRegProtectedCreate) != 0;
+    return protectedCreate ? CreateWithAccessList(root, path, flags, opened)
+                           : OpenPlain(root, path, flags, opened);
 }
 
 // Creates a per-user key one component at a time from the user's root, so
@@ -247,16 +242,18 @@ LSTATUS CopyValuesCountingSubkeys(HKEY target, HKEY source, DWORD& subkeys) {
     return status == ERROR_SUCCESS ? CopyValues(target, source, values, longestName, longestData) : status;
 }
 
-// Copies the values and the subkeys of `source` to `target`; subkeys are
-// opened and created in the view of `view` (0 or KEY_WOW64_64KEY).
-LSTATUS CopyTree(HKEY target, HKEY source, REGSAM view) {
+// Copies the values of `source` to `target` and then its subtrees, subkey by
+// subkey, opened and created in `view` (0 or KEY_WOW64_64KEY). A move takes
+// the subkeys from the last one down and deletes each from `source` once it is
+// moved; the source's own values stay. The first failure stops the transfer.
+LSTATUS TransferTree(HKEY target, HKEY source, REGSAM view, bool move) {
     DWORD subkeys = 0;
     LSTATUS status = CopyValuesCountingSubkeys(target, source, subkeys);
-    for (DWORD index = 0; status == ERROR_SUCCESS && index < subkeys; ++index) {
+    for (DWORD step = 0; status == ERROR_SUCCESS && step < subkeys; ++step) {
         std::wstring name;
         RegKey from;
         RegKey to;
-        status = EnumerateName(source, KeyEntries::Subkeys, index, name);
+        status = EnumerateName(source, KeyEntries::Subkeys, move ? subkeys - 1 - step : step, name);
         if (status == ERROR_SUCCESS) {
             status = RegOpenKeyExW(source, name.c_str(), 0, KEY_READ | view, from.put());
         }
@@ -265,44 +262,14 @@ LSTATUS CopyTree(HKEY target, HKEY source, REGSAM view) {
                                      nullptr);
         }
         if (status == ERROR_SUCCESS) {
-            status = CopyTree(to.get(), from.get(), view);
+            status = TransferTree(to.get(), from.get(), view, move);
+        }
+        from.reset();
+        if (status == ERROR_SUCCESS && move) {
+            status = RegDeleteKeyW(source, name.c_str());
         }
     }
     return status;
-}
-
-// Moves the subkeys of `source` below `target` and copies its values there.
-LSTATUS MoveTree(HKEY target, HKEY source) {
-    DWORD subkeys = 0;
-    LSTATUS status = CopyValuesCountingSubkeys(target, source, subkeys);
-    if (status != ERROR_SUCCESS) {
-        return status;
-    }
-    for (DWORD index = subkeys; index-- > 0;) {
-        std::wstring name;
-        status = EnumerateName(source, KeyEntries::Subkeys, index, name);
-        if (status != ERROR_SUCCESS) {
-            return status;
-        }
-        RegKey from;
-        RegKey to;
-        status = RegOpenKeyExW(source, name.c_str(), 0, KEY_READ, from.put());
-        if (status == ERROR_SUCCESS) {
-            status =
-                RegCreateKeyExW(target, name.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, to.put(), nullptr);
-        }
-        if (status == ERROR_SUCCESS) {
-            status = MoveTree(to.get(), from.get());
-        }
-        from.reset();
-        if (status == ERROR_SUCCESS) {
-            status = RegDeleteKeyW(source, name.c_str());
-        }
-        if (status != ERROR_SUCCESS) {
-            return status;
-        }
-    }
-    return ERROR_SUCCESS;
 }
 
 } // namespace
@@ -443,11 +410,11 @@ RegistryStatus CopyMappedTree(std::wstring_view target, std::wstring_view source
         return status;
     }
     const REGSAM view = (from.flags & kReg64BitView) != 0 ? KEY_WOW64_64KEY : 0;
-    return MapRegistryStatus(CopyTree(to.key.get(), from.key.get(), view));
+    return MapRegistryStatus(TransferTree(to.key.get(), from.key.get(), view, false));
 }
 
 RegistryStatus MoveKeyTree(HKEY target, HKEY source) {
-    return MapRegistryStatus(MoveTree(target, source));
+    return MapRegistryStatus(TransferTree(target, source, 0, true));
 }
 
 RegistryStatus DeleteRegistryLink(const std::wstring& path, bool force) {
