@@ -10,6 +10,7 @@
 #include "exports.h"
 #include "frame/action_guard.h"
 #include "frame/handles.h"
+#include "frame/registry_values.h"
 #include "frame/session.h"
 
 namespace setuputils {
@@ -39,12 +40,8 @@ bool HasDeleteFlag(const std::wstring& name) {
     if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, key.put()) != ERROR_SUCCESS) {
         return false;
     }
-    DWORD type = REG_NONE;
     DWORD value = 0;
-    DWORD size = sizeof(value);
-    LSTATUS status =
-        RegQueryValueExW(key.get(), kDeleteFlagValue, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size);
-    return status == ERROR_SUCCESS && type == REG_DWORD && size == sizeof(value) && value != 0;
+    return ReadDwordValue(key.get(), kDeleteFlagValue, value) && value != 0;
 }
 
 // True when the component is being installed and its running service is flagged for deletion.

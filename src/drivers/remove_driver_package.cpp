@@ -66,6 +66,20 @@ InfHandle OpenStagedInf(const std::wstring& stagedPath, InstallLog& log) {
     return inf;
 }
 
+// Logs the outcome `status` of one removal. False when it failed and the
+// remover's errors count.
+template <typename Remover>
+bool LogRemoval(const Remover& remover, UINT status, InstallLog& log) {
+    if (status == ERROR_SUCCESS) {
+        LogInfo(log, L"%ls success.", remover.label());
+    } else if (remover.ignoreErrors()) {
+        LogInfo(log, L"%ls error ignored.", remover.label());
+    } else {
+        return false;
+    }
+    return true;
+}
+
 struct ScanContext {
     FileRemover* remover;
     InstallLog* log;
@@ -80,14 +94,8 @@ UINT CALLBACK ScanQueueCallback(PVOID context, UINT notification, UINT_PTR param
     }
     const auto* target = reinterpret_cast<const wchar_t*>(param1);
     LogInfo(*scan.log, L"Start %ls for file:'%ls'.", label, target);
-    if (scan.remover->Remove(target) == ERROR_SUCCESS) {
-        LogInfo(*scan.log, L"%ls success.", label);
-    } else if (scan.remover->ignoreErrors()) {
-        LogInfo(*scan.log, L"%ls error ignored.", label);
-    } else {
-        return ERROR_INSTALL_FAILURE;
-    }
-    return NO_ERROR;
+    return LogRemoval(*scan.remover, scan.remover->Remove(target), *scan.log) ? NO_ERROR
+                                                                              : ERROR_INSTALL_FAILURE;
 }
 
 // The sections a directive line names: every field, as the installation
@@ -182,11 +190,7 @@ bool RemoveRegistrySection(HINF inf, const std::wstring& registrySection, HKEY r
         }
         const std::wstring path = abbreviation == kRelativeRoot ? JoinKeyPath(relativePath, subkey) : subkey;
         LogInfo(log, L"%ls. '%ls\\%ls\\%ls'.", label, abbreviation.c_str(), subkey.c_str(), value.c_str());
-        if (remover.Remove(*root, path, value) == ERROR_SUCCESS) {
-            LogInfo(log, L"%ls success.", label);
-        } else if (remover.ignoreErrors()) {
-            LogInfo(log, L"%ls error ignored.", label);
-        } else {
+        if (!LogRemoval(remover, remover.Remove(*root, path, value), log)) {
             LogInfo(log, L"%ls failed.", label);
         }
     } while (SetupFindNextLine(&line, &line));

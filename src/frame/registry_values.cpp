@@ -21,6 +21,18 @@ bool ReadStringValue(HKEY key, const wchar_t* name, std::wstring& value) {
     return true;
 }
 
+bool ReadDwordValue(HKEY key, const wchar_t* name, DWORD& value) {
+    DWORD size = sizeof(value);
+    DWORD type = REG_NONE;
+    return RegQueryValueExW(key, name, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size) ==
+               ERROR_SUCCESS &&
+           type == REG_DWORD && size == sizeof(value);
+}
+
+LSTATUS WriteDwordValue(HKEY key, const wchar_t* name, DWORD value) {
+    return RegSetValueExW(key, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), sizeof(value));
+}
+
 LSTATUS EnumerateName(HKEY key, KeyEntries entries, DWORD index, std::wstring& name) {
     // The longest subkey name the registry allows, and its terminator; only a
     // longer value name makes the key tell its longest name.

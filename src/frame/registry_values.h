@@ -12,6 +12,11 @@ namespace setuputils {
 // NUL; false when it is missing or of another type.
 bool ReadStringValue(HKEY key, const wchar_t* name, std::wstring& value);
 
+// A REG_DWORD value read into four bytes; false when it is missing or of
+// another type or size.
+bool ReadDwordValue(HKEY key, const wchar_t* name, DWORD& value);
+LSTATUS WriteDwordValue(HKEY key, const wchar_t* name, DWORD value);
+
 // What a walk over a key visits.
 enum class KeyEntries { Subkeys, Values };
 

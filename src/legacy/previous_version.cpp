@@ -99,11 +99,8 @@ FileHandle CreateTempFile(const std::wstring& path) {
 // Writes the response file and leaves an empty log for the uninstaller to fill.
 UINT WriteTempFiles(MSIHANDLE session, const std::vector<char>& data, const TempFiles& files) {
     FileHandle response = CreateTempFile(files.response);
-    if (!response) {
-        return FailWithLastError(session, kUninstall2, L"Can't create temp files ");
-    }
-    FileHandle log = CreateTempFile(files.log);
-    if (!log) {
+    FileHandle log = response ? CreateTempFile(files.log) : FileHandle();
+    if (!response || !log) {
         return FailWithLastError(session, kUninstall2, L"Can't create temp files ");
     }
     if (CloseHandle(log.release())) {
