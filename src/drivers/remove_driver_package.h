@@ -21,6 +21,19 @@ namespace setuputils {
 void RemoveDriverPackage(const std::wstring& componentId, const std::optional<std::wstring>& givenService,
                          unsigned flags, InstallLog& log);
 
+// Looked up by name in the loaded setupapi.dll: older systems' setupapi.dll
+// lacks some functions.
+template <typename Function>
+Function FindSetupApiFunction(const char* name) {
+    HMODULE setupApi = GetModuleHandleW(L"setupapi.dll");
+    if (setupApi == nullptr) {
+        return nullptr;
+    }
+    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(setupApi, name)));
+}
+
+// The steps of the removal, in service_removal.cpp and inf_removal.cpp.
+
 // Stops (unless flag 0x100 says not to) and deletes the service `name`.
 void StopDeleteService(const std::wstring& name, unsigned flags, InstallLog& log);
 
