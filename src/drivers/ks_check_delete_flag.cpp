@@ -85,6 +85,5 @@ void CheckDeleteFlag(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI KSCheckDeleteFlag(MSIHANDLE session) {
-    return setuputils::RunActionThatNeverFails(session, L"KSCheckDeleteFlag",
-                                               [&] { setuputils::CheckDeleteFlag(session); });
+    return setuputils::RunActionThatNeverFails(session, L"KSCheckDeleteFlag", setuputils::CheckDeleteFlag);
 }

@@ -48,6 +48,5 @@ UINT InstallDriverPackage(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI KSInstInstall(MSIHANDLE session) {
-    return setuputils::GuardAction(session, L"KSInstInstall",
-                                   [&] { return setuputils::InstallDriverPackage(session); });
+    return setuputils::GuardAction(session, L"KSInstInstall", setuputils::InstallDriverPackage);
 }

@@ -30,6 +30,5 @@ UINT UninstallDriverPackage(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI KSInstUninstall(MSIHANDLE session) {
-    return setuputils::GuardAction(session, L"KSInstUninstall",
-                                   [&] { return setuputils::UninstallDriverPackage(session); });
+    return setuputils::GuardAction(session, L"KSInstUninstall", setuputils::UninstallDriverPackage);
 }

@@ -91,6 +91,5 @@ UINT ProcessDriverPackages(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI KSProcess(MSIHANDLE session) {
-    return setuputils::GuardAction(session, L"KSProcess",
-                                   [&] { return setuputils::ProcessDriverPackages(session); });
+    return setuputils::GuardAction(session, L"KSProcess", setuputils::ProcessDriverPackages);
 }

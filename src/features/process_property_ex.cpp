@@ -108,6 +108,5 @@ UINT ProcessRules(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI ProcessPropertyEx(MSIHANDLE session) {
-    return setuputils::GuardAction(session, L"ProcessPropertyEx",
-                                   [&] { return setuputils::ProcessRules(session); });
+    return setuputils::GuardAction(session, L"ProcessPropertyEx", setuputils::ProcessRules);
 }

@@ -65,6 +65,5 @@ void Detect(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI AnotherCSPDetected(MSIHANDLE session) {
-    return setuputils::RunActionThatNeverFails(session, L"AnotherCSPDetected",
-                                               [&] { setuputils::Detect(session); });
+    return setuputils::RunActionThatNeverFails(session, L"AnotherCSPDetected", setuputils::Detect);
 }

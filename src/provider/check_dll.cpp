@@ -40,5 +40,5 @@ void Check(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI CheckDll(MSIHANDLE session) {
-    return setuputils::RunActionThatNeverFails(session, L"CheckDll", [&] { setuputils::Check(session); });
+    return setuputils::RunActionThatNeverFails(session, L"CheckDll", setuputils::Check);
 }

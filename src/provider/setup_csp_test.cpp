@@ -50,6 +50,5 @@ UINT RunSelfTest(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI SetupCSPTest(MSIHANDLE session) {
-    return setuputils::GuardAction(session, setuputils::kAction,
-                                   [&] { return setuputils::RunSelfTest(session); });
+    return setuputils::GuardAction(session, setuputils::kAction, setuputils::RunSelfTest);
 }

@@ -118,6 +118,5 @@ UINT MigrateReaderEntries(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI MigrateReaders(MSIHANDLE session) {
-    return setuputils::GuardAction(session, setuputils::kAction,
-                                   [&] { return setuputils::MigrateReaderEntries(session); });
+    return setuputils::GuardAction(session, setuputils::kAction, setuputils::MigrateReaderEntries);
 }

@@ -147,6 +147,5 @@ UINT ProcessRegReaderRows(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI ProcessRegReaders(MSIHANDLE session) {
-    return setuputils::GuardAction(session, setuputils::kAction,
-                                   [&] { return setuputils::ProcessRegReaderRows(session); });
+    return setuputils::GuardAction(session, setuputils::kAction, setuputils::ProcessRegReaderRows);
 }

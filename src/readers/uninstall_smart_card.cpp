@@ -75,6 +75,5 @@ UINT RemoveProviderCardTypes(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI UninstallSmartCard(MSIHANDLE session) {
-    return setuputils::GuardAction(session, L"UninstallSmartCard",
-                                   [&] { return setuputils::RemoveProviderCardTypes(session); });
+    return setuputils::GuardAction(session, L"UninstallSmartCard", setuputils::RemoveProviderCardTypes);
 }

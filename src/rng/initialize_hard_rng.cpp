@@ -32,6 +32,5 @@ void ScheduleSeeding(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI InitializeHardRng(MSIHANDLE session) {
-    return setuputils::RunActionThatNeverFails(session, L"InitializeHardRng",
-                                               [&] { setuputils::ScheduleSeeding(session); });
+    return setuputils::RunActionThatNeverFails(session, L"InitializeHardRng", setuputils::ScheduleSeeding);
 }

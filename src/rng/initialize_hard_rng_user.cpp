@@ -69,6 +69,5 @@ UINT InitializeForCurrentUser(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI InitializeHardRngUser(MSIHANDLE session) {
-    return setuputils::GuardAction(session, setuputils::kAction,
-                                   [&] { return setuputils::InitializeForCurrentUser(session); });
+    return setuputils::GuardAction(session, setuputils::kAction, setuputils::InitializeForCurrentUser);
 }
