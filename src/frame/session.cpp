@@ -61,13 +61,6 @@ MsiHandle OpenActiveDatabase(MSIHANDLE session) {
     return MsiHandle(database);
 }
 
-void View::Close() {
-    if (handle_) {
-        MsiViewClose(handle_.get());
-        handle_.reset();
-    }
-}
-
 UINT ExecuteView(MSIHANDLE database, const wchar_t* query, View& view) {
     const UINT status = MsiDatabaseOpenViewW(database, query, view.put());
     return status == ERROR_SUCCESS ? MsiViewExecute(view.get(), 0) : status;

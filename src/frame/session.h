@@ -90,23 +90,11 @@ UINT SetProperty(MSIHANDLE session, const wchar_t* name, const wchar_t* value);
 MsiHandle OpenActiveDatabase(MSIHANDLE session);
 
 // An open database view; closed (and its handle released) when it goes away.
-class View {
-public:
-    View() = default;
-    View(View&&) = default;
-    View& operator=(View&&) = default;
-    ~View() { Close(); }
-
-    MSIHANDLE get() const { return handle_.get(); }
-    MSIHANDLE* put() {
-        Close();
-        return handle_.put();
-    }
-    void Close();
-
-private:
-    MsiHandle handle_;
-};
+inline UINT CloseViewHandle(MSIHANDLE view) {
+    MsiViewClose(view);
+    return MsiCloseHandle(view);
+}
+using View = UniqueHandle<MSIHANDLE, CloseWith<&CloseViewHandle>>;
 
 // Opens `query` on `database` and executes it. Returns the first failing
 // installer status.
