@@ -99,12 +99,10 @@ std::optional<std::wstring> CheckStagedInf(const InfPath& inf, const std::wstrin
     }
     LogInfo(log, L"SetupOpenInfFile failure: %ls", staged.c_str());
     // Emptied, the damaged copy no longer passes for the package's INF and is staged anew.
-    HANDLE file =
-        CreateFileW(staged.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) {
+    if (!FileHandle(CreateFileW(staged.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                FILE_ATTRIBUTE_NORMAL, nullptr))) {
         return std::nullopt;
     }
-    CloseHandle(file);
     std::optional<std::wstring> restaged = CopyOemInf(inf, log);
     if (restaged) {
         LogInfo(log, L"CopyOemInf second call success: %ls", restaged->c_str());

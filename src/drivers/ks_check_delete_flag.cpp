@@ -10,6 +10,7 @@
 #include "exports.h"
 #include "frame/action_guard.h"
 #include "frame/handles.h"
+#include "frame/registry_values.h"
 #include "frame/session.h"
 
 namespace setuputils {
@@ -39,12 +40,8 @@ bool HasDeleteFlag(const std::wstring& name) {
     if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, key.put()) != ERROR_SUCCESS) {
         return false;
     }
-    DWORD type = REG_NONE;
     DWORD value = 0;
-    DWORD size = sizeof(value);
-    LSTATUS status =
-        RegQueryValueExW(key.get(), kDeleteFlagValue, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size);
-    return status == ERROR_SUCCESS && type == REG_DWORD && size == sizeof(value) && value != 0;
+    return ReadDwordValue(key.get(), kDeleteFlagValue, value) && value != 0;
 }
 
 // True when the component is being installed and its running service is flagged for deletion.
@@ -71,23 +68,22 @@ void CheckDeleteFlag(MSIHANDLE session) {
         return;
     }
     View view;
-    if (OpenView(session, kDriverComponentsQuery, view) != ERROR_SUCCESS ||
-        MsiViewExecute(view.get(), 0) != ERROR_SUCCESS) {
+    if (OpenView(session, kDriverComponentsQuery, view) != ERROR_SUCCESS) {
         return;
     }
-    MsiHandle record;
-    while (MsiViewFetch(view.get(), record.put()) == ERROR_SUCCESS) {
-        if (ComponentDriverAskedForDeletion(session, manager.get(), record.get())) {
-            SetProperty(session, kDeleteFlagProperty, L"1");
-            break;
+    // The first component whose driver asks for it sets the property and ends the walk.
+    ForEachRecord(view.get(), [&](MSIHANDLE record) {
+        if (!ComponentDriverAskedForDeletion(session, manager.get(), record)) {
+            return static_cast<UINT>(ERROR_SUCCESS);
         }
-    }
+        SetProperty(session, kDeleteFlagProperty, L"1");
+        return static_cast<UINT>(ERROR_NO_MORE_ITEMS);
+    });
 }
 
 } // namespace
 } // namespace setuputils
 
 extern "C" UINT WINAPI KSCheckDeleteFlag(MSIHANDLE session) {
-    return setuputils::RunActionThatNeverFails(session, L"KSCheckDeleteFlag",
-                                               [&] { setuputils::CheckDeleteFlag(session); });
+    return setuputils::RunActionThatNeverFails(session, L"KSCheckDeleteFlag", setuputils::CheckDeleteFlag);
 }

@@ -50,5 +50,5 @@ UINT Cleanup(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI KSCleanup(MSIHANDLE session) {
-    return setuputils::GuardAction(session, L"KSCleanup", [&] { return setuputils::Cleanup(session); });
+    return setuputils::GuardAction(session, L"KSCleanup", setuputils::Cleanup);
 }

@@ -23,11 +23,8 @@ void ReportDriverInstallError(MSIHANDLE session, DWORD code) {
     FormatMessageW(kSystemMessageFlags, nullptr, code, kUserDefaultLanguage,
                    reinterpret_cast<wchar_t*>(&text), 0, nullptr);
     LocalMemory owner(text);
-    MsiHandle record(MsiCreateRecord(3));
-    MsiRecordSetInteger(record.get(), 1, kErrorDriverInstall);
-    MsiRecordSetInteger(record.get(), 2, static_cast<int>(code));
-    MsiRecordSetStringW(record.get(), 3, text != nullptr ? text : L"");
-    MsiProcessMessage(session, kMessageError, record.get());
+    PostMessageRecord(session, kMessageError, nullptr, kErrorDriverInstall, static_cast<int>(code),
+                      text != nullptr ? text : L"");
 }
 
 UINT InstallDriverPackage(MSIHANDLE session) {
@@ -51,6 +48,5 @@ UINT InstallDriverPackage(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI KSInstInstall(MSIHANDLE session) {
-    return setuputils::GuardAction(session, L"KSInstInstall",
-                                   [&] { return setuputils::InstallDriverPackage(session); });
+    return setuputils::GuardAction(session, L"KSInstInstall", setuputils::InstallDriverPackage);
 }

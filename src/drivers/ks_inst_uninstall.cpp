@@ -20,8 +20,7 @@ UINT UninstallDriverPackage(MSIHANDLE session) {
     if (!data) {
         return ERROR_INSTALL_FAILURE;
     }
-    const wchar_t* service = data->serviceName ? data->serviceName->c_str() : nullptr;
-    RemoveDriverPackage(data->componentId, service, 0, static_cast<unsigned>(data->flags), log);
+    RemoveDriverPackage(data->componentId, data->serviceName, static_cast<unsigned>(data->flags), log);
     ReportProgress(session, static_cast<int>(data->progressTicks));
     // Removal never fails the installation.
     return ERROR_SUCCESS;
@@ -31,6 +30,5 @@ UINT UninstallDriverPackage(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI KSInstUninstall(MSIHANDLE session) {
-    return setuputils::GuardAction(session, L"KSInstUninstall",
-                                   [&] { return setuputils::UninstallDriverPackage(session); });
+    return setuputils::GuardAction(session, L"KSInstUninstall", setuputils::UninstallDriverPackage);
 }

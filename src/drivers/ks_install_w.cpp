@@ -24,7 +24,7 @@ void InstallFromCommandLine(HWND window, const wchar_t* commandLine) {
     if (result != ERROR_SUCCESS) {
         SetLastError(result);
         LogError(log, L"InstallService: 0x%X", static_cast<unsigned>(result));
-        RemoveDriverPackage(componentId, nullptr, 0, 0, log);
+        RemoveDriverPackage(componentId, std::nullopt, 0, log);
     }
 }
 

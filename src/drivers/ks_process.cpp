@@ -36,21 +36,6 @@ struct DriverPackage {
     ComponentStates referenceStates; // both absent when there is no reference
 };
 
-UINT GetTargetPath(MSIHANDLE session, const std::wstring& directory, std::wstring& path) {
-    wchar_t empty[1] = L"";
-    DWORD size = 0;
-    UINT status = MsiGetTargetPathW(session, directory.c_str(), empty, &size);
-    if (status != ERROR_MORE_DATA && status != ERROR_SUCCESS) {
-        return status;
-    }
-    std::wstring buffer(size + 1, L'\0');
-    size = static_cast<DWORD>(buffer.size());
-    status = MsiGetTargetPathW(session, directory.c_str(), buffer.data(), &size);
-    buffer.resize(wcsnlen(buffer.c_str(), buffer.size()));
-    path = std::move(buffer);
-    return status;
-}
-
 // Reads one fetched row and what the installer knows of it. Returns the OR of
 // the statuses of the calls that failed.
 UINT ReadDriverPackage(MSIHANDLE session, MSIHANDLE record, DriverPackage& package) {
@@ -62,7 +47,7 @@ UINT ReadDriverPackage(MSIHANDLE session, MSIHANDLE record, DriverPackage& packa
     status |= GetRecordString(record, 6, package.reference);
     package.flags = static_cast<unsigned>(MsiRecordGetInteger(record, 5));
 
-    status |= GetTargetPath(session, directoryKey, package.directory);
+    status |= GetTargetPath(session, directoryKey.c_str(), package.directory);
     status |= GetComponentStates(session, package.component, package.states);
     if (!package.reference.empty()) {
         status |= GetComponentStates(session, package.reference, package.referenceStates);
@@ -90,36 +75,21 @@ UINT ProcessDriverPackages(MSIHANDLE session) {
         return ERROR_SUCCESS;
     }
     View view;
-    if (OpenView(session, kDriverPackagesQuery, view) != ERROR_SUCCESS ||
-        MsiViewExecute(view.get(), 0) != ERROR_SUCCESS) {
+    if (OpenView(session, kDriverPackagesQuery, view) != ERROR_SUCCESS) {
         return ERROR_SUCCESS;
     }
-
     const bool msInfVariant = IsWindows10OrLater();
-    UINT result = ERROR_SUCCESS;
-    while (result == ERROR_SUCCESS) {
-        MsiHandle record;
-        UINT fetched = MsiViewFetch(view.get(), record.put());
-        if (fetched != ERROR_SUCCESS) {
-            // The end of the rows, or a fetch that failed, which fails the action.
-            if (fetched != ERROR_NO_MORE_ITEMS) {
-                result |= fetched;
-            }
-            break;
-        }
+    // A fetch that fails fails the action as a package does.
+    return ForEachRecord(view.get(), [&](MSIHANDLE record) {
         DriverPackage package;
-        result |= ReadDriverPackage(session, record.get(), package);
-        if (result == ERROR_SUCCESS) {
-            result |= ScheduleIfChanging(session, package, msInfVariant);
-        }
-    }
-    return result;
+        const UINT status = ReadDriverPackage(session, record, package);
+        return status == ERROR_SUCCESS ? ScheduleIfChanging(session, package, msInfVariant) : status;
+    });
 }
 
 } // namespace
 } // namespace setuputils
 
 extern "C" UINT WINAPI KSProcess(MSIHANDLE session) {
-    return setuputils::GuardAction(session, L"KSProcess",
-                                   [&] { return setuputils::ProcessDriverPackages(session); });
+    return setuputils::GuardAction(session, L"KSProcess", setuputils::ProcessDriverPackages);
 }

@@ -15,7 +15,7 @@ void UninstallFromCommandLine(const wchar_t* commandLine) {
     CommandLineArguments arguments(commandLine);
     const wchar_t* logPath = arguments.at(2);
     FileLog log(logPath != nullptr ? _wfopen(logPath, L"wt") : nullptr);
-    RemoveDriverPackage(arguments.at(1, kDefaultComponentId), nullptr, 0, 0, log);
+    RemoveDriverPackage(arguments.at(1, kDefaultComponentId), std::nullopt, 0, log);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 // values it added, removes the staged INF and the INF location value.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include <windows.h>
@@ -14,9 +15,24 @@
 namespace setuputils {
 
 // Never fails: every problem is reported and the next step runs, or the
-// removal ends. `serviceName` may be null; `reserved` is always 0.
-void RemoveDriverPackage(const std::wstring& componentId, const wchar_t* serviceName, unsigned reserved,
+// removal ends. A `givenService` (from the action data) goes even when the
+// package's INF cannot be read or names another service; the INF's own
+// removal then does not run.
+void RemoveDriverPackage(const std::wstring& componentId, const std::optional<std::wstring>& givenService,
                          unsigned flags, InstallLog& log);
+
+// Looked up by name in the loaded setupapi.dll: older systems' setupapi.dll
+// lacks some functions.
+template <typename Function>
+Function FindSetupApiFunction(const char* name) {
+    HMODULE setupApi = GetModuleHandleW(L"setupapi.dll");
+    if (setupApi == nullptr) {
+        return nullptr;
+    }
+    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(setupApi, name)));
+}
+
+// The steps of the removal, in service_removal.cpp and inf_removal.cpp.
 
 // Stops (unless flag 0x100 says not to) and deletes the service `name`.
 void StopDeleteService(const std::wstring& name, unsigned flags, InstallLog& log);
@@ -27,8 +43,8 @@ DWORD StopService(SC_HANDLE manager, const std::wstring& name, InstallLog& log);
 DWORD DeleteDriverService(SC_HANDLE manager, const std::wstring& name, InstallLog& log);
 
 // Runs the file remover on the target of every file the CopyFiles lines of
-// `section` copy. Returns 0 or 1603.
-UINT RemoveQueuedFiles(const std::wstring& infPath, HINF inf, const std::wstring& section,
+// `section` copy; a queue that cannot be built or scanned is reported.
+void RemoveQueuedFiles(const std::wstring& infPath, HINF inf, const std::wstring& section,
                        FileRemover& remover, InstallLog& log);
 
 // Runs the registry-value remover on the values of the AddReg lines of the

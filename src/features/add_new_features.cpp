@@ -73,6 +73,5 @@ void AddFeatures(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI AddNewFeatures(MSIHANDLE session) {
-    return setuputils::RunActionThatNeverFails(session, L"AddNewFeatures",
-                                               [&] { setuputils::AddFeatures(session); });
+    return setuputils::RunActionThatNeverFails(session, L"AddNewFeatures", setuputils::AddFeatures);
 }

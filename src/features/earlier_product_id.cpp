@@ -20,25 +20,9 @@ struct EarlierRegistration {
     std::wstring company;
 };
 
-// A text of the installer's size-reporting calls: `read(buffer, &size)`.
-template <typename Read>
-std::wstring ReadText(Read read) {
-    DWORD size = 0;
-    wchar_t empty[1] = L"";
-    if (read(empty, &size) != ERROR_MORE_DATA) {
-        return L"";
-    }
-    std::wstring text(++size, L'\0');
-    if (read(text.data(), &size) != ERROR_SUCCESS) {
-        return L"";
-    }
-    text.resize(size);
-    return text;
-}
-
 // The registered user name, or the company, of an installed product.
 std::wstring ReadUserInfo(const wchar_t* productCode, bool company) {
-    return ReadText([&](wchar_t* text, DWORD* size) {
+    return ReadTextOrEmpty([&](wchar_t* text, DWORD* size) {
         const USERINFOSTATE state =
             company ? MsiGetUserInfoW(productCode, nullptr, nullptr, text, size, nullptr, nullptr)
                     : MsiGetUserInfoW(productCode, text, size, nullptr, nullptr, nullptr, nullptr);
@@ -52,9 +36,7 @@ std::wstring ReadUserInfo(const wchar_t* productCode, bool company) {
 std::optional<EarlierRegistration> ReadRegistration(const wchar_t* productCode) {
     EarlierRegistration registration;
     registration.productCode = productCode;
-    registration.productId = ReadText([&](wchar_t* text, DWORD* size) {
-        return MsiGetProductInfoW(productCode, INSTALLPROPERTY_PRODUCTID, text, size);
-    });
+    registration.productId = GetProductInfo(productCode, INSTALLPROPERTY_PRODUCTID);
     if (registration.productId.empty()) {
         return std::nullopt;
     }

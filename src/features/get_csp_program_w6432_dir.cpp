@@ -63,6 +63,5 @@ UINT SetProviderProgramDir(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI GetCSPProgramW6432Dir(MSIHANDLE session) {
-    return setuputils::GuardAction(session, L"GetCSPProgramW6432Dir",
-                                   [&] { return setuputils::SetProviderProgramDir(session); });
+    return setuputils::GuardAction(session, L"GetCSPProgramW6432Dir", setuputils::SetProviderProgramDir);
 }

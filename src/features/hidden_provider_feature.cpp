@@ -12,17 +12,12 @@ constexpr wchar_t kChildFeatureQuery[] = L"SELECT * FROM `Feature` WHERE `Featur
 constexpr wchar_t kProviderFeatureQuery[] = L"SELECT * FROM `Feature` WHERE `Feature`='nvcspr'";
 constexpr UINT kDisplayField = 5;
 
-bool OpenExecuted(MSIHANDLE database, const wchar_t* query, View& view) {
-    return MsiDatabaseOpenViewW(database, query, view.put()) == ERROR_SUCCESS &&
-           MsiViewExecute(view.get(), 0) == ERROR_SUCCESS;
-}
-
 } // namespace
 
 void HideProviderFeature(MSIHANDLE session) {
     MsiHandle database = OpenActiveDatabase(session);
     View children;
-    if (!OpenExecuted(database.get(), kChildFeatureQuery, children)) {
+    if (ExecuteView(database.get(), kChildFeatureQuery, children) != ERROR_SUCCESS) {
         return;
     }
     // Only the first child is taken out and put back.
@@ -33,7 +28,7 @@ void HideProviderFeature(MSIHANDLE session) {
     }
     View provider;
     MsiHandle feature;
-    if (!OpenExecuted(database.get(), kProviderFeatureQuery, provider) ||
+    if (ExecuteView(database.get(), kProviderFeatureQuery, provider) != ERROR_SUCCESS ||
         MsiViewFetch(provider.get(), feature.put()) != ERROR_SUCCESS ||
         MsiViewModify(provider.get(), MSIMODIFY_DELETE, feature.get()) != ERROR_SUCCESS ||
         MsiRecordSetInteger(feature.get(), kDisplayField, 0) != ERROR_SUCCESS ||

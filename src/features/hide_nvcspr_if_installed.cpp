@@ -26,5 +26,5 @@ void HideWhenInstalled(MSIHANDLE session) {
 
 extern "C" UINT WINAPI HideNVCSPRIfInstalled(MSIHANDLE session) {
     return setuputils::RunActionThatNeverFails(session, L"HideNVCSPRIfInstalled",
-                                               [&] { setuputils::HideWhenInstalled(session); });
+                                               setuputils::HideWhenInstalled);
 }

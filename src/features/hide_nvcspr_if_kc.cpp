@@ -8,6 +8,5 @@
 #include "frame/action_guard.h"
 
 extern "C" UINT WINAPI HideNVCSPRIfKC(MSIHANDLE session) {
-    return setuputils::RunActionThatNeverFails(session, L"HideNVCSPRIfKC",
-                                               [&] { setuputils::HideProviderFeature(session); });
+    return setuputils::RunActionThatNeverFails(session, L"HideNVCSPRIfKC", setuputils::HideProviderFeature);
 }

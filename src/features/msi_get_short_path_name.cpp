@@ -37,6 +37,5 @@ UINT ShortenInstallDir(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI MsiGetShortPathName(MSIHANDLE session) {
-    return setuputils::GuardAction(session, L"MsiGetShortPathName",
-                                   [&] { return setuputils::ShortenInstallDir(session); });
+    return setuputils::GuardAction(session, L"MsiGetShortPathName", setuputils::ShortenInstallDir);
 }

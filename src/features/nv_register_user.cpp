@@ -65,6 +65,5 @@ UINT RegisterUser(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI NVRegisterUser(MSIHANDLE session) {
-    return setuputils::GuardAction(session, setuputils::kAction,
-                                   [&] { return setuputils::RegisterUser(session); });
+    return setuputils::GuardAction(session, setuputils::kAction, setuputils::RegisterUser);
 }

@@ -4,6 +4,7 @@
 // allows overwriting. A property that holds just "0" is taken for unset and
 // cleared instead; any other value stays. The first failure stops the action
 // with 1603.
+#include <cstddef>
 #include <string>
 
 #include <windows.h>
@@ -20,31 +21,31 @@ namespace {
 
 constexpr wchar_t kPropertyExQuery[] = L"SELECT `Property`, `Value`, `Flags`, `Condition` FROM `PropertyEx`";
 
-constexpr DWORD kPropertyNameLength = 73;
-constexpr DWORD kValueLength = 256;
-constexpr DWORD kConditionLength = 256;
+constexpr std::size_t kPropertyNameLength = 73;
+constexpr std::size_t kValueLength = 256;
+constexpr std::size_t kConditionLength = 256;
 constexpr int kOverwriteFlag = 1;
 constexpr int kNullInteger = static_cast<int>(MSI_NULL_INTEGER);
 
+// Each text must fit its column's buffer with the terminator.
 struct PropertyRule {
-    wchar_t property[kPropertyNameLength] = L"";
-    wchar_t value[kValueLength] = L"";
+    std::wstring property;
+    std::wstring value;
     int flags = 0;
-    wchar_t condition[kConditionLength] = L"";
+    std::wstring condition;
 };
 
-template <DWORD Length>
-bool ReadField(MSIHANDLE record, UINT field, wchar_t (&text)[Length]) {
-    DWORD size = Length;
-    return MsiRecordGetStringW(record, field, text, &size) == ERROR_SUCCESS;
+bool ReadField(MSIHANDLE record, UINT field, std::wstring& text, std::size_t capacity) {
+    return WithinCapacity(GetRecordString(record, field, text), text, capacity) == ERROR_SUCCESS;
 }
 
 bool ReadRule(MSIHANDLE record, PropertyRule& rule) {
-    if (!ReadField(record, 1, rule.property) || !ReadField(record, 2, rule.value)) {
+    if (!ReadField(record, 1, rule.property, kPropertyNameLength) ||
+        !ReadField(record, 2, rule.value, kValueLength)) {
         return false;
     }
     rule.flags = MsiRecordGetInteger(record, 3);
-    return rule.flags != kNullInteger && ReadField(record, 4, rule.condition);
+    return rule.flags != kNullInteger && ReadField(record, 4, rule.condition, kConditionLength);
 }
 
 // The row's value with the installer's property references resolved.
@@ -53,24 +54,23 @@ UINT SetFormattedValue(MSIHANDLE session, const PropertyRule& rule) {
     if (!record) {
         return ERROR_INSTALL_FAILURE;
     }
-    wchar_t formatted[kValueLength] = L"";
-    DWORD size = kValueLength;
-    if (MsiRecordSetStringW(record.get(), 0, rule.value) != ERROR_SUCCESS ||
-        MsiFormatRecordW(session, record.get(), formatted, &size) != ERROR_SUCCESS) {
+    std::wstring formatted;
+    if (MsiRecordSetStringW(record.get(), 0, rule.value.c_str()) != ERROR_SUCCESS ||
+        WithinCapacity(FormatRecord(session, record.get(), formatted), formatted, kValueLength) !=
+            ERROR_SUCCESS) {
         return ERROR_INSTALL_FAILURE;
     }
-    return SetProperty(session, rule.property, formatted);
+    return SetProperty(session, rule.property.c_str(), formatted.c_str());
 }
 
 // A value of exactly "0".
 bool HoldsZero(MSIHANDLE session, const wchar_t* property) {
-    wchar_t current[2] = L"";
-    DWORD size = 2;
-    return MsiGetPropertyW(session, property, current, &size) == ERROR_SUCCESS && current[0] == L'0';
+    std::wstring current;
+    return GetPropertyString(session, property, current) == ERROR_SUCCESS && current == L"0";
 }
 
 UINT ApplyRule(MSIHANDLE session, const PropertyRule& rule) {
-    switch (MsiEvaluateConditionW(session, rule.condition)) {
+    switch (MsiEvaluateConditionW(session, rule.condition.c_str())) {
     case MSICONDITION_ERROR:
         return ERROR_INSTALL_FAILURE;
     case MSICONDITION_FALSE:
@@ -80,43 +80,33 @@ UINT ApplyRule(MSIHANDLE session, const PropertyRule& rule) {
     }
     wchar_t empty[1] = L"";
     DWORD length = 0;
-    if (MsiGetPropertyW(session, rule.property, empty, &length) != ERROR_MORE_DATA) {
+    if (MsiGetPropertyW(session, rule.property.c_str(), empty, &length) != ERROR_MORE_DATA) {
         return ERROR_INSTALL_FAILURE;
     }
     if (length == 0 || (rule.flags & kOverwriteFlag) != 0) {
         return SetFormattedValue(session, rule);
     }
-    if (length == 1 && HoldsZero(session, rule.property)) {
-        return SetProperty(session, rule.property, L"");
+    if (length == 1 && HoldsZero(session, rule.property.c_str())) {
+        return SetProperty(session, rule.property.c_str(), L"");
     }
     return ERROR_SUCCESS;
 }
 
 UINT ProcessRules(MSIHANDLE session) {
-    MsiHandle database = OpenActiveDatabase(session);
     View view;
-    if (MsiDatabaseOpenViewW(database.get(), kPropertyExQuery, view.put()) != ERROR_SUCCESS ||
-        MsiViewExecute(view.get(), 0) != ERROR_SUCCESS) {
+    if (OpenView(session, kPropertyExQuery, view) != ERROR_SUCCESS ||
+        ForEachRecord(view.get(), [&](MSIHANDLE record) {
+            PropertyRule rule;
+            return ReadRule(record, rule) ? ApplyRule(session, rule) : ERROR_INSTALL_FAILURE;
+        }) != ERROR_SUCCESS) {
         return ERROR_INSTALL_FAILURE;
     }
-    for (;;) {
-        MsiHandle record;
-        const UINT fetched = MsiViewFetch(view.get(), record.put());
-        if (fetched == ERROR_NO_MORE_ITEMS) {
-            return ERROR_SUCCESS;
-        }
-        PropertyRule rule;
-        if (fetched != ERROR_SUCCESS || !ReadRule(record.get(), rule) ||
-            ApplyRule(session, rule) != ERROR_SUCCESS) {
-            return ERROR_INSTALL_FAILURE;
-        }
-    }
+    return ERROR_SUCCESS;
 }
 
 } // namespace
 } // namespace setuputils
 
 extern "C" UINT WINAPI ProcessPropertyEx(MSIHANDLE session) {
-    return setuputils::GuardAction(session, L"ProcessPropertyEx",
-                                   [&] { return setuputils::ProcessRules(session); });
+    return setuputils::GuardAction(session, L"ProcessPropertyEx", setuputils::ProcessRules);
 }

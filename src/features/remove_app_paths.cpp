@@ -84,6 +84,5 @@ void RemovePaths(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI RemoveAppPaths(MSIHANDLE session) {
-    return setuputils::RunActionThatNeverFails(session, L"RemoveAppPaths",
-                                               [&] { setuputils::RemovePaths(session); });
+    return setuputils::RunActionThatNeverFails(session, L"RemoveAppPaths", setuputils::RemovePaths);
 }

@@ -3,7 +3,6 @@
 #include <exception>
 #include <new>
 
-#include "frame/handles.h"
 #include "frame/session.h"
 
 namespace setuputils {
@@ -22,11 +21,7 @@ const wchar_t* DescribeCurrentException() noexcept {
 } // namespace
 
 void ReportActionException(MSIHANDLE session, const wchar_t* action) noexcept {
-    MsiHandle record(MsiCreateRecord(2));
-    MsiRecordSetStringW(record.get(), 0, L"[1] stopped: [2].");
-    MsiRecordSetStringW(record.get(), 1, action);
-    MsiRecordSetStringW(record.get(), 2, DescribeCurrentException());
-    MsiProcessMessage(session, kMessageInfo, record.get());
+    PostMessageRecord(session, kMessageInfo, L"[1] stopped: [2].", action, DescribeCurrentException());
 }
 
 } // namespace setuputils

@@ -11,103 +11,38 @@
 
 namespace setuputils {
 
-struct MsiHandleTraits {
-    using Handle = MSIHANDLE;
-    static Handle Invalid() { return 0; }
-    static void Close(Handle handle) { MsiCloseHandle(handle); }
+// Closes a handle with `close(handle)`.
+template <auto close>
+struct CloseWith {
+    template <typename Handle>
+    void operator()(Handle handle) const {
+        close(handle);
+    }
 };
 
-struct RegKeyTraits {
-    using Handle = HKEY;
-    static Handle Invalid() { return nullptr; }
-    static void Close(Handle handle) { RegCloseKey(handle); }
-};
+inline BOOL ReleaseCryptContext(HCRYPTPROV context) {
+    return CryptReleaseContext(context, 0);
+}
+inline BOOL CloseCertificateStore(HCERTSTORE store) {
+    return CertCloseStore(store, 0);
+}
 
-struct ServiceHandleTraits {
-    using Handle = SC_HANDLE;
-    static Handle Invalid() { return nullptr; }
-    static void Close(Handle handle) { CloseServiceHandle(handle); }
-};
-
-struct InfHandleTraits {
-    using Handle = HINF;
-    static Handle Invalid() { return INVALID_HANDLE_VALUE; }
-    static void Close(Handle handle) { SetupCloseInfFile(handle); }
-};
-
-struct LocalMemoryTraits {
-    using Handle = HLOCAL;
-    static Handle Invalid() { return nullptr; }
-    static void Close(Handle handle) { LocalFree(handle); }
-};
-
-struct KernelHandleTraits {
-    using Handle = HANDLE;
-    static Handle Invalid() { return nullptr; }
-    static void Close(Handle handle) { CloseHandle(handle); }
-};
-
-// Files and devices opened with CreateFileW, which signals failure with
-// INVALID_HANDLE_VALUE rather than null.
-struct FileHandleTraits {
-    using Handle = HANDLE;
-    static Handle Invalid() { return INVALID_HANDLE_VALUE; }
-    static void Close(Handle handle) { CloseHandle(handle); }
-};
-
-struct FindHandleTraits {
-    using Handle = HANDLE;
-    static Handle Invalid() { return INVALID_HANDLE_VALUE; }
-    static void Close(Handle handle) { FindClose(handle); }
-};
-
-struct FileQueueTraits {
-    using Handle = HSPFILEQ;
-    static Handle Invalid() { return INVALID_HANDLE_VALUE; }
-    static void Close(Handle handle) { SetupCloseFileQueue(handle); }
-};
-
+using MsiHandle = UniqueHandle<MSIHANDLE, CloseWith<&MsiCloseHandle>>;
+using RegKey = UniqueHandle<HKEY, CloseWith<&RegCloseKey>>;
+using ServiceHandle = UniqueHandle<SC_HANDLE, CloseWith<&CloseServiceHandle>>;
+using InfHandle = UniqueHandle<HINF, CloseWith<&SetupCloseInfFile>>;
+using LocalMemory = UniqueHandle<HLOCAL, CloseWith<&LocalFree>>;
+// Processes, threads, tokens, files and devices.
+using KernelHandle = UniqueHandle<HANDLE, CloseWith<&CloseHandle>>;
+using TokenHandle = KernelHandle;
+using FileHandle = KernelHandle;
+using FindHandle = UniqueHandle<HANDLE, CloseWith<&FindClose>>;
+using FileQueue = UniqueHandle<HSPFILEQ, CloseWith<&SetupCloseFileQueue>>;
 // SIDs made with AllocateAndInitializeSid.
-struct AllocatedSidTraits {
-    using Handle = PSID;
-    static Handle Invalid() { return nullptr; }
-    static void Close(Handle handle) { FreeSid(handle); }
-};
-
-// Provider contexts from CryptAcquireContextW.
-struct CryptContextTraits {
-    using Handle = HCRYPTPROV;
-    static Handle Invalid() { return 0; }
-    static void Close(Handle handle) { CryptReleaseContext(handle, 0); }
-};
-
-// Certificate stores from CertOpenStore.
-struct CertStoreTraits {
-    using Handle = HCERTSTORE;
-    static Handle Invalid() { return nullptr; }
-    static void Close(Handle handle) { CertCloseStore(handle, 0); }
-};
-
+using AllocatedSid = UniqueHandle<PSID, CloseWith<&FreeSid>>;
+using CryptContext = UniqueHandle<HCRYPTPROV, CloseWith<&ReleaseCryptContext>>;
+using CertStore = UniqueHandle<HCERTSTORE, CloseWith<&CloseCertificateStore>>;
 // Certificate contexts kept beyond the walk of their store.
-struct CertContextTraits {
-    using Handle = PCCERT_CONTEXT;
-    static Handle Invalid() { return nullptr; }
-    static void Close(Handle handle) { CertFreeCertificateContext(handle); }
-};
-
-using MsiHandle = UniqueHandle<MsiHandleTraits>;
-using RegKey = UniqueHandle<RegKeyTraits>;
-using ServiceHandle = UniqueHandle<ServiceHandleTraits>;
-using InfHandle = UniqueHandle<InfHandleTraits>;
-using LocalMemory = UniqueHandle<LocalMemoryTraits>;
-using TokenHandle = UniqueHandle<KernelHandleTraits>;
-using KernelHandle = UniqueHandle<KernelHandleTraits>;
-using FileHandle = UniqueHandle<FileHandleTraits>;
-using FindHandle = UniqueHandle<FindHandleTraits>;
-using FileQueue = UniqueHandle<FileQueueTraits>;
-using AllocatedSid = UniqueHandle<AllocatedSidTraits>;
-using CertStore = UniqueHandle<CertStoreTraits>;
-using CertContext = UniqueHandle<CertContextTraits>;
-using CryptContext = UniqueHandle<CryptContextTraits>;
+using CertContext = UniqueHandle<PCCERT_CONTEXT, CloseWith<&CertFreeCertificateContext>>;
 
 } // namespace setuputils

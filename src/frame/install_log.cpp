@@ -92,24 +92,14 @@ void SessionLog::NeedReboot() {
 }
 
 void SessionLog::Info(const wchar_t* text) {
-    MsiHandle record(MsiCreateRecord(2));
-    MsiRecordSetStringW(record.get(), 0, kSessionInfoTemplate);
-    MsiRecordSetStringW(record.get(), 1, text);
-    MsiProcessMessage(session_, kMessageInfo, record.get());
+    PostMessageRecord(session_, kMessageInfo, kSessionInfoTemplate, text, nullptr);
 }
 
 void SessionLog::Error(const wchar_t* text) {
-    DWORD lastError = GetLastError();
-    {
-        MsiHandle record(MsiCreateRecord(3));
-        MsiRecordSetStringW(record.get(), 0, kSessionErrorTemplate);
-        MsiRecordSetInteger(record.get(), 1, static_cast<int>(lastError));
-        MsiRecordSetStringW(record.get(), 2, text);
-        MsiProcessMessage(session_, kMessageInfo, record.get());
-    }
-    MsiHandle record(MsiCreateRecord(1));
-    MsiRecordSetInteger(record.get(), 1, kErrorDriverPackage);
-    MsiProcessMessage(session_, kMessageError, record.get());
+    const DWORD lastError = GetLastError();
+    PostMessageRecord(session_, kMessageInfo, kSessionErrorTemplate, static_cast<int>(lastError), text,
+                      nullptr);
+    PostMessageRecord(session_, kMessageError, nullptr, kErrorDriverPackage);
 }
 
 void FileLog::NeedReboot() {

@@ -7,6 +7,7 @@
 #include "exports.h"
 #include "frame/action_guard.h"
 #include "frame/handles.h"
+#include "frame/registry_values.h"
 
 namespace setuputils {
 namespace {
@@ -22,8 +23,7 @@ void SetCheckMode(DWORD mode) {
                         nullptr) != ERROR_SUCCESS) {
         return;
     }
-    RegSetValueExW(integrity.get(), kCheckModeValue, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&mode),
-                   sizeof(mode));
+    WriteDwordValue(integrity.get(), kCheckModeValue, mode);
 }
 
 } // namespace

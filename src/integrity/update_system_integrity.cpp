@@ -86,6 +86,5 @@ UINT UpdateIntegrityRecords(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI UpdateSystemIntegrity(MSIHANDLE session) {
-    return setuputils::GuardAction(session, L"UpdateSystemIntegrity",
-                                   [&] { return setuputils::UpdateIntegrityRecords(session); });
+    return setuputils::GuardAction(session, L"UpdateSystemIntegrity", setuputils::UpdateIntegrityRecords);
 }

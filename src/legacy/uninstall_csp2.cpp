@@ -4,7 +4,6 @@
 // Binary row "uninstall.csp.iss"; pending file renames survive the run. Any
 // failure fails the installation with 1603.
 #include "exports.h"
-#include "frame/action_guard.h"
 #include "legacy/previous_version.h"
 
 namespace setuputils {
@@ -23,7 +22,5 @@ constexpr PreviousComponent kPreviousProvider = {
 } // namespace setuputils
 
 extern "C" UINT WINAPI UninstallCSP2(MSIHANDLE session) {
-    return setuputils::GuardAction(session, L"UninstallCSP2", [&] {
-        return setuputils::RemovePreviousComponent(session, setuputils::kPreviousProvider);
-    });
+    return setuputils::RemovePreviousComponent(session, setuputils::kPreviousProvider);
 }

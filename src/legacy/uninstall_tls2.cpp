@@ -4,7 +4,6 @@
 // Binary row "uninstall.tls.iss"; pending file renames survive the run. A
 // failure fails the installation with the removal's own code, not with 1603.
 #include "exports.h"
-#include "frame/action_guard.h"
 #include "legacy/previous_version.h"
 
 namespace setuputils {
@@ -23,7 +22,5 @@ constexpr PreviousComponent kPreviousTlsComponent = {
 } // namespace setuputils
 
 extern "C" UINT WINAPI UninstallTLS2(MSIHANDLE session) {
-    return setuputils::GuardAction(session, L"UninstallTLS2", [&] {
-        return setuputils::RemovePreviousComponent(session, setuputils::kPreviousTlsComponent);
-    });
+    return setuputils::RemovePreviousComponent(session, setuputils::kPreviousTlsComponent);
 }

@@ -44,6 +44,5 @@ UINT AllowAppPackages(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI AllAppPackageSecurity(MSIHANDLE session) {
-    return setuputils::GuardAction(session, L"AllAppPackageSecurity",
-                                   [&] { return setuputils::AllowAppPackages(session); });
+    return setuputils::GuardAction(session, L"AllAppPackageSecurity", setuputils::AllowAppPackages);
 }

@@ -90,6 +90,5 @@ void RebuildIconCaches(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI RebuildIconCache(MSIHANDLE session) {
-    return setuputils::RunActionThatNeverFails(session, L"RebuildIconCache",
-                                               [&] { setuputils::RebuildIconCaches(session); });
+    return setuputils::RunActionThatNeverFails(session, L"RebuildIconCache", setuputils::RebuildIconCaches);
 }

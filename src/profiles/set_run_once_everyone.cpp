@@ -31,5 +31,5 @@ void SetEveryUsersRunOnce(MSIHANDLE session) {
 
 extern "C" UINT WINAPI SetRunOnceEveryone(MSIHANDLE session) {
     return setuputils::RunActionThatNeverFails(session, L"SetRunOnceEveryone",
-                                               [&] { setuputils::SetEveryUsersRunOnce(session); });
+                                               setuputils::SetEveryUsersRunOnce);
 }

@@ -97,6 +97,5 @@ void AddTrustedStore(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI AddNVCertStore(MSIHANDLE session) {
-    return setuputils::RunActionThatNeverFails(session, L"AddNVCertStore",
-                                               [&] { setuputils::AddTrustedStore(session); });
+    return setuputils::RunActionThatNeverFails(session, L"AddNVCertStore", setuputils::AddTrustedStore);
 }

@@ -23,27 +23,11 @@ namespace {
 constexpr wchar_t kSilentUiLevel[] = L"2";
 constexpr wchar_t kLineBreak[] = L"\n";
 
-std::wstring ProductInfo(const wchar_t* productCode, const wchar_t* property) {
-    DWORD size = 0;
-    wchar_t empty[1] = L"";
-    // Anything but "more data" is an unknown product or an empty value.
-    if (MsiGetProductInfoW(productCode, property, empty, &size) != ERROR_MORE_DATA) {
-        return L"";
-    }
-    std::wstring value(size + 1, L'\0');
-    size = static_cast<DWORD>(value.size());
-    if (MsiGetProductInfoW(productCode, property, value.data(), &size) != ERROR_SUCCESS) {
-        return L"";
-    }
-    value.resize(size);
-    return value;
-}
-
 // The dialog of the package's own product, by its installed name, then by
 // name and version; failing both, any dialog.
 HWND FindProductDialog(const std::wstring& productCode) {
-    const std::wstring name = ProductInfo(productCode.c_str(), INSTALLPROPERTY_INSTALLEDPRODUCTNAME);
-    const std::wstring version = ProductInfo(productCode.c_str(), INSTALLPROPERTY_VERSIONSTRING);
+    const std::wstring name = GetProductInfo(productCode.c_str(), INSTALLPROPERTY_INSTALLEDPRODUCTNAME);
+    const std::wstring version = GetProductInfo(productCode.c_str(), INSTALLPROPERTY_VERSIONSTRING);
     for (const std::wstring& title : ProductDialogTitles(name, version)) {
         if (HWND window = FindWindowW(kDialogClass, title.c_str())) {
             return window;
@@ -64,7 +48,7 @@ void Detect(MSIHANDLE session) {
             MsiQueryProductStateW(productCode) != INSTALLSTATE_DEFAULT) {
             continue;
         }
-        text += ProductInfo(productCode, INSTALLPROPERTY_INSTALLEDPRODUCTNAME) + kLineBreak;
+        text += GetProductInfo(productCode, INSTALLPROPERTY_INSTALLEDPRODUCTNAME) + kLineBreak;
         found = true;
     }
     std::wstring uiLevel;
@@ -81,6 +65,5 @@ void Detect(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI AnotherCSPDetected(MSIHANDLE session) {
-    return setuputils::RunActionThatNeverFails(session, L"AnotherCSPDetected",
-                                               [&] { setuputils::Detect(session); });
+    return setuputils::RunActionThatNeverFails(session, L"AnotherCSPDetected", setuputils::Detect);
 }

@@ -20,11 +20,8 @@ constexpr const wchar_t* kRequiredLibraries[] = {L"winscard.dll", L"setupapi.dll
                                                  L"crypt32.dll"};
 
 void ReportMissingLibrary(MSIHANDLE session, const wchar_t* library, DWORD error) {
-    MsiHandle record(MsiCreateRecord(3));
-    MsiRecordSetInteger(record.get(), 1, kErrorMissingLibrary);
-    MsiRecordSetStringW(record.get(), 2, library);
-    MsiRecordSetInteger(record.get(), 3, static_cast<int>(error != 0 ? error : kUnknownLoadError));
-    MsiProcessMessage(session, kMessageError, record.get());
+    PostMessageRecord(session, kMessageError, nullptr, kErrorMissingLibrary, library,
+                      static_cast<int>(error != 0 ? error : kUnknownLoadError));
 }
 
 void Check(MSIHANDLE session) {
@@ -43,5 +40,5 @@ void Check(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI CheckDll(MSIHANDLE session) {
-    return setuputils::RunActionThatNeverFails(session, L"CheckDll", [&] { setuputils::Check(session); });
+    return setuputils::RunActionThatNeverFails(session, L"CheckDll", setuputils::Check);
 }

@@ -50,5 +50,5 @@ void Check(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI CheckVipNet(MSIHANDLE session) {
-    return setuputils::RunActionThatNeverFails(session, L"CheckVipNet", [&] { setuputils::Check(session); });
+    return setuputils::RunActionThatNeverFails(session, L"CheckVipNet", setuputils::Check);
 }

@@ -29,6 +29,5 @@ void DeleteSettingsAndStore(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI DelAllReg(MSIHANDLE session) {
-    return setuputils::RunActionThatNeverFails(session, L"DelAllReg",
-                                               [&] { setuputils::DeleteSettingsAndStore(session); });
+    return setuputils::RunActionThatNeverFails(session, L"DelAllReg", setuputils::DeleteSettingsAndStore);
 }

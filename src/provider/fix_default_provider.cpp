@@ -146,6 +146,5 @@ void FixDefaults(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI FixDefaultProvider(MSIHANDLE session) {
-    return setuputils::RunActionThatNeverFails(session, L"FixDefaultProvider",
-                                               [&] { setuputils::FixDefaults(session); });
+    return setuputils::RunActionThatNeverFails(session, L"FixDefaultProvider", setuputils::FixDefaults);
 }

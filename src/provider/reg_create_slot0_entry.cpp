@@ -10,6 +10,7 @@
 #include "exports.h"
 #include "frame/action_guard.h"
 #include "frame/handles.h"
+#include "frame/registry_values.h"
 
 namespace setuputils {
 namespace {
@@ -24,7 +25,6 @@ constexpr wchar_t kReader[] = L"REGISTRY";
 constexpr wchar_t kRsaValue[] = L"ProvRSA";
 constexpr wchar_t kGostValue[] = L"provGOST";
 constexpr wchar_t kNameValue[] = L"Name";
-constexpr DWORD kValueNameLength = 260;
 constexpr DWORD kValueDataBytes = 520;
 // The provider values start as a single zero byte until a name is found.
 constexpr DWORD kPlaceholderBytes = 1;
@@ -40,21 +40,17 @@ void CopyProviderName(HKEY slot, const wchar_t* typeKey, const wchar_t* value) {
     if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, typeKey, 0, kTypeAccess, type.put()) != ERROR_SUCCESS) {
         return;
     }
-    for (DWORD index = 0;; ++index) {
-        wchar_t name[kValueNameLength] = L"";
-        DWORD nameLength = kValueNameLength;
+    WalkKey(type.get(), KeyEntries::Values, [&](const std::wstring& name) {
         BYTE data[kValueDataBytes] = {};
         DWORD dataBytes = kValueDataBytes;
-        const LSTATUS status =
-            RegEnumValueW(type.get(), index, name, &nameLength, nullptr, nullptr, data, &dataBytes);
-        if (status != ERROR_SUCCESS && status != ERROR_MORE_DATA) {
-            return;
+        // A "Name" whose data do not fit is passed over like any other value.
+        if (_wcsicmp(name.c_str(), kNameValue) != 0 ||
+            RegQueryValueExW(type.get(), name.c_str(), nullptr, nullptr, data, &dataBytes) != ERROR_SUCCESS) {
+            return true;
         }
-        if (status == ERROR_SUCCESS && _wcsicmp(name, kNameValue) == 0) {
-            WriteString(slot, value, data, dataBytes);
-            return;
-        }
-    }
+        WriteString(slot, value, data, dataBytes);
+        return false;
+    });
 }
 
 void CreateSlotEntry() {

@@ -7,6 +7,7 @@
 
 #include "exports.h"
 #include "frame/action_guard.h"
+#include "frame/child_process.h"
 #include "frame/handles.h"
 #include "frame/session.h"
 
@@ -18,34 +19,27 @@ constexpr DWORD kCommandLineLength = 260;
 constexpr int kErrorTestRun = 25030;
 
 void ReportTestRunError(MSIHANDLE session) {
-    MsiHandle record(MsiCreateRecord(1));
-    MsiRecordSetInteger(record.get(), 1, kErrorTestRun);
-    MsiProcessMessage(session, kMessageError, record.get());
+    PostMessageRecord(session, kMessageError, nullptr, kErrorTestRun);
 }
 
 UINT RunSelfTest(MSIHANDLE session) {
-    wchar_t commandLine[kCommandLineLength] = L"";
-    DWORD length = kCommandLineLength;
-    if (const UINT status = MsiGetPropertyW(session, L"CustomActionData", commandLine, &length);
+    std::wstring commandLine;
+    if (const UINT status = WithinCapacity(GetPropertyString(session, L"CustomActionData", commandLine),
+                                           commandLine, kCommandLineLength);
         status != ERROR_SUCCESS) {
         ReportActionError(session, kAction, L"MsiGetProperty", status);
         return ERROR_INSTALL_FAILURE;
     }
-    ReportInfo(session, commandLine);
+    ReportInfo(session, commandLine.c_str());
     ReportInfo(session, L"CreateProcess()...");
-    STARTUPINFOW startup{};
-    startup.cb = sizeof(startup);
-    PROCESS_INFORMATION started{};
-    if (!CreateProcessW(nullptr, commandLine, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                        &started)) {
+    ChildProcess test;
+    if (!test.Start(commandLine)) {
         ReportInfo(session, L"CreateProcess() failed: [1]", static_cast<int>(GetLastError()));
         ReportTestRunError(session);
         return ERROR_INSTALL_FAILURE;
     }
-    KernelHandle process(started.hProcess);
-    KernelHandle thread(started.hThread);
     ReportInfo(session, L"WaitForSingleObject()...");
-    if (WaitForSingleObject(process.get(), INFINITE) == WAIT_FAILED) {
+    if (test.Wait() == WAIT_FAILED) {
         ReportActionError(session, kAction, L"WaitForSingleObject", GetLastError());
         return ERROR_INSTALL_FAILURE;
     }
@@ -56,6 +50,5 @@ UINT RunSelfTest(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI SetupCSPTest(MSIHANDLE session) {
-    return setuputils::GuardAction(session, setuputils::kAction,
-                                   [&] { return setuputils::RunSelfTest(session); });
+    return setuputils::GuardAction(session, setuputils::kAction, setuputils::RunSelfTest);
 }

@@ -47,6 +47,5 @@ void Warn(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI StrengthenedKeyWarning(MSIHANDLE session) {
-    return setuputils::RunActionThatNeverFails(session, L"StrengthenedKeyWarning",
-                                               [&] { setuputils::Warn(session); });
+    return setuputils::RunActionThatNeverFails(session, L"StrengthenedKeyWarning", setuputils::Warn);
 }

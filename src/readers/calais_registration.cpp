@@ -50,36 +50,18 @@ struct ExistingCardType {
 template <typename Visit>
 UINT WalkRows(MSIHANDLE session, const wchar_t* query, Visit visit) {
     View view;
-    if (OpenView(session, query, view) != ERROR_SUCCESS || MsiViewExecute(view.get(), 0) != ERROR_SUCCESS) {
+    if (OpenView(session, query, view) != ERROR_SUCCESS) {
         return ERROR_SUCCESS;
     }
-    for (;;) {
-        MsiHandle record;
-        if (const UINT fetched = MsiViewFetch(view.get(), record.put()); fetched != ERROR_SUCCESS) {
-            return fetched == ERROR_NO_MORE_ITEMS ? ERROR_SUCCESS : fetched;
-        }
-        if (const UINT status = visit(record.get()); status != ERROR_SUCCESS) {
-            return status;
-        }
-    }
-}
-
-// Reads fields 1, 2, ... of `record` into `fields` in order; stops at the first failure.
-UINT ReadFields(MSIHANDLE record, std::initializer_list<std::wstring*> fields) {
-    UINT field = 1;
-    for (std::wstring* value : fields) {
-        if (const UINT status = GetRecordString(record, field++, *value); status != ERROR_SUCCESS) {
-            return status;
-        }
-    }
-    return ERROR_SUCCESS;
+    return ForEachRecord(view.get(), visit);
 }
 
 // The names of the cards whose "CalaisRegistered" row's condition holds.
 UINT CollectRegisteredNames(MSIHANDLE session, std::set<std::wstring>& names) {
     return WalkRows(session, kRegisteredCardsQuery, [&](MSIHANDLE record) {
         RegReaderRow row;
-        if (const UINT status = ReadFields(record, {&row.name, &row.condition}); status != ERROR_SUCCESS) {
+        if (const UINT status = GetRecordStrings(record, {&row.name, &row.condition});
+            status != ERROR_SUCCESS) {
             ReportActionError(session, L"smartCardsForWinlogon", L"RecordGetString() fail", status);
             return status;
         }
@@ -94,8 +76,8 @@ UINT CollectRegisteredNames(MSIHANDLE session, std::set<std::wstring>& names) {
 UINT CollectCardRows(MSIHANDLE session, const std::set<std::wstring>& registered, CardRowsByName& rows) {
     return WalkRows(session, kCardRowsQuery, [&](MSIHANDLE record) {
         RegReaderRow row;
-        if (const UINT status =
-                ReadFields(record, {&row.name, &row.condition, &row.parameter, &row.value, &row.component});
+        if (const UINT status = GetRecordStrings(
+                record, {&row.name, &row.condition, &row.parameter, &row.value, &row.component});
             status != ERROR_SUCCESS) {
             ReportActionError(session, kAction, L"RecordGetString() fail", status);
             return status;
@@ -117,26 +99,17 @@ bool ReportLeftOutCards(MSIHANDLE session, const std::vector<LeftOutCard>& leftO
                         [](const LeftOutCard& card) { return card.defect == CardDefect::NoHash; });
 }
 
-std::wstring Below(std::wstring_view key, std::wstring_view name) {
-    return std::wstring(key).append(L"\\").append(name);
-}
-
 // The card types registered under `cardTypes` whose "ATR" and "ATRMask" can
 // be read; the others never overlap a card.
 std::vector<ExistingCardType> ReadCardTypes(const std::wstring& cardTypes) {
     std::vector<ExistingCardType> found;
-    MappedKeyEnumeration walk;
-    RegistryValue entry;
-    if (walk.Open(cardTypes, true) != kRegistryOk) {
-        return found;
-    }
-    while (walk.Next(entry) == kRegistryOk) {
-        const std::wstring key = Below(cardTypes, entry.name);
+    for (const std::wstring& name : MappedSubkeyNames(cardTypes)) {
+        const std::wstring key = Below(cardTypes, name);
         RegistryValue atr;
         RegistryValue mask;
         if (GetMappedValue(Below(key, kAtrValue), atr) == kRegistryOk &&
             GetMappedValue(Below(key, kAtrMaskValue), mask) == kRegistryOk) {
-            found.push_back({entry.name, std::move(atr.data), std::move(mask.data)});
+            found.push_back({name, std::move(atr.data), std::move(mask.data)});
         }
     }
     return found;

@@ -35,14 +35,7 @@ struct ReaderEntry {
 
 // Returns the status of the first field that cannot be read.
 UINT ReadEntry(MSIHANDLE record, ReaderEntry& entry) {
-    UINT status = GetRecordString(record, 1, entry.type);
-    if (status == ERROR_SUCCESS) {
-        status = GetRecordString(record, 2, entry.name);
-    }
-    if (status == ERROR_SUCCESS) {
-        status = GetRecordString(record, 3, entry.condition);
-    }
-    return status;
+    return GetRecordStrings(record, {&entry.type, &entry.name, &entry.condition});
 }
 
 // The stored key store path as it is (not expanded); empty when it cannot be
@@ -86,19 +79,20 @@ void MigrateEntry(MSIHANDLE session, const ReaderEntry& entry) {
 }
 
 // Returns 0, or the status of the first record that cannot be read.
+// A fetch that fails ends the walk as its end does.
 UINT MigrateFetchedEntries(MSIHANDLE session, MSIHANDLE view) {
-    for (;;) {
-        MsiHandle record;
-        if (MsiViewFetch(view, record.put()) != ERROR_SUCCESS) {
-            return ERROR_SUCCESS;
-        }
+    UINT unread = ERROR_SUCCESS;
+    ForEachRecord(view, [&](MSIHANDLE record) {
         ReaderEntry entry;
-        if (const UINT status = ReadEntry(record.get(), entry); status != ERROR_SUCCESS) {
-            ReportActionError(session, kAction, L"RecordGetString() fail", status);
-            return status;
+        unread = ReadEntry(record, entry);
+        if (unread != ERROR_SUCCESS) {
+            ReportActionError(session, kAction, L"RecordGetString() fail", unread);
+            return unread;
         }
         MigrateEntry(session, entry);
-    }
+        return static_cast<UINT>(ERROR_SUCCESS);
+    });
+    return unread;
 }
 
 // A package without the table, or with a table the query cannot read, has
@@ -124,6 +118,5 @@ UINT MigrateReaderEntries(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI MigrateReaders(MSIHANDLE session) {
-    return setuputils::GuardAction(session, setuputils::kAction,
-                                   [&] { return setuputils::MigrateReaderEntries(session); });
+    return setuputils::GuardAction(session, setuputils::kAction, setuputils::MigrateReaderEntries);
 }

@@ -55,17 +55,15 @@ std::wstring LogLine(const RegReaderRow& row) {
 // The value of the row's list property. Only a failed second read is
 // reported: a first answer other than "more data" leaves the list empty.
 std::wstring ReadListProperty(MSIHANDLE session, const std::wstring& name) {
-    wchar_t empty[1] = L"";
-    DWORD size = 0;
-    if (MsiGetPropertyW(session, name.c_str(), empty, &size) != ERROR_MORE_DATA) {
-        return {};
-    }
-    std::wstring value(size + 1, L'\0');
-    size = static_cast<DWORD>(value.size());
-    if (MsiGetPropertyW(session, name.c_str(), value.data(), &size) != ERROR_SUCCESS) {
+    std::wstring value;
+    int calls = 0;
+    const UINT status = ReadSizedText(value, [&](wchar_t* buffer, DWORD* size) {
+        ++calls;
+        return MsiGetPropertyW(session, name.c_str(), buffer, size);
+    });
+    if (status != ERROR_SUCCESS && calls == 2) {
         ReportActionError(session, L"PrepareToWrite", L"MsiGetProperty() fail", GetLastError());
     }
-    value.resize(wcsnlen(value.c_str(), value.size()));
     return value;
 }
 
@@ -136,12 +134,11 @@ UINT ProcessRegReaderRows(MSIHANDLE session) {
         return ReportFailure(session);
     }
     View view;
-    if (MsiDatabaseOpenViewW(database.get(), kRegReadersQuery, view.put()) == ERROR_SUCCESS &&
-        MsiViewExecute(view.get(), 0) == ERROR_SUCCESS) {
-        MsiHandle record;
-        while (MsiViewFetch(view.get(), record.put()) == ERROR_SUCCESS) {
-            ProcessRow(session, record.get());
-        }
+    if (ExecuteView(database.get(), kRegReadersQuery, view) == ERROR_SUCCESS) {
+        ForEachRecord(view.get(), [&](MSIHANDLE record) {
+            ProcessRow(session, record);
+            return static_cast<UINT>(ERROR_SUCCESS);
+        });
     }
     return ProcessCalaisRegitration(session);
 }
@@ -150,6 +147,5 @@ UINT ProcessRegReaderRows(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI ProcessRegReaders(MSIHANDLE session) {
-    return setuputils::GuardAction(session, setuputils::kAction,
-                                   [&] { return setuputils::ProcessRegReaderRows(session); });
+    return setuputils::GuardAction(session, setuputils::kAction, setuputils::ProcessRegReaderRows);
 }

@@ -33,8 +33,7 @@ UINT WriteToTable(MSIHANDLE session, const wchar_t* query, const std::vector<std
     }
     View view;
     MsiHandle record;
-    if (MsiDatabaseOpenViewW(database.get(), query, view.put()) != ERROR_SUCCESS ||
-        MsiViewExecute(view.get(), 0) != ERROR_SUCCESS ||
+    if (ExecuteView(database.get(), query, view) != ERROR_SUCCESS ||
         MsiViewFetch(view.get(), record.put()) != ERROR_SUCCESS) {
         return ERROR_SUCCESS;
     }

@@ -17,24 +17,15 @@
 namespace setuputils {
 namespace {
 
-std::wstring Below(std::wstring_view key, std::wstring_view name) {
-    return std::wstring(key).append(L"\\").append(name);
-}
-
 // The card types below `cardTypes` whose "Crypto Provider" is exactly
 // `provider`, case and length included.
 std::vector<std::wstring> ProviderCardTypes(const std::wstring& cardTypes, const std::wstring& provider) {
     std::vector<std::wstring> names;
-    MappedKeyEnumeration walk;
-    RegistryValue entry;
-    if (walk.Open(cardTypes, true) != kRegistryOk) {
-        return names;
-    }
-    while (walk.Next(entry) == kRegistryOk) {
+    for (const std::wstring& name : MappedSubkeyNames(cardTypes)) {
         RegistryValue value;
-        if (GetMappedValue(Below(Below(cardTypes, entry.name), kCryptoProviderValue), value) == kRegistryOk &&
+        if (GetMappedValue(Below(Below(cardTypes, name), kCryptoProviderValue), value) == kRegistryOk &&
             RegistryDataText(value.data) == provider) {
-            names.push_back(entry.name);
+            names.push_back(name);
         }
     }
     return names;
@@ -54,16 +45,7 @@ RegistryStatus DeleteProviderCardTypes(const CardTypeView& view, const std::wstr
 // card-type key; stops at the first failure.
 RegistryStatus RestoreBackedUpCardTypes(const CardTypeView& view, const std::wstring& provider) {
     const std::wstring backup = CardBackupKey(view.backups, provider);
-    MappedKeyEnumeration walk;
-    RegistryValue entry;
-    if (walk.Open(backup, true) != kRegistryOk) {
-        return kRegistryOk;
-    }
-    std::vector<std::wstring> names;
-    while (walk.Next(entry) == kRegistryOk) {
-        names.push_back(entry.name);
-    }
-    for (const std::wstring& name : names) {
+    for (const std::wstring& name : MappedSubkeyNames(backup)) {
         if (RegistryStatus status = CopyMappedTree(Below(view.cardTypes, name), Below(backup, name));
             status != kRegistryOk) {
             return status;
@@ -93,6 +75,5 @@ UINT RemoveProviderCardTypes(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI UninstallSmartCard(MSIHANDLE session) {
-    return setuputils::GuardAction(session, L"UninstallSmartCard",
-                                   [&] { return setuputils::RemoveProviderCardTypes(session); });
+    return setuputils::GuardAction(session, L"UninstallSmartCard", setuputils::RemoveProviderCardTypes);
 }

@@ -53,8 +53,7 @@ void LinkToThirtyTwoBitNode(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI NvnLink(MSIHANDLE session) {
-    return setuputils::RunActionThatNeverFails(session, L"NvnLink",
-                                               [&] { setuputils::LinkToThirtyTwoBitNode(session); });
+    return setuputils::RunActionThatNeverFails(session, L"NvnLink", setuputils::LinkToThirtyTwoBitNode);
 }
 
 extern "C" UINT WINAPI NvnUnlink(MSIHANDLE session) {

@@ -3,8 +3,7 @@
 #include <aclapi.h>
 #include <sddl.h>
 
-#include <algorithm>
-
+#include "frame/registry_values.h"
 #include "profiles/access_rights.h"
 
 namespace setuputils {
@@ -12,9 +11,7 @@ namespace {
 
 constexpr DWORD kUserNameChars = 128;
 constexpr DWORD kLongestSidTextChars = 187;
-constexpr DWORD kSubkeyNameChars = 256;
 constexpr wchar_t kValueInprocServer[] = L"InprocServer32";
-constexpr wchar_t kLinkValueName[] = L"SymbolicLinkValue";
 
 HKEY RootKey(RegistryRootKey root) {
     return root == RegistryRootKey::ClassesRoot ? HKEY_CLASSES_ROOT : HKEY_LOCAL_MACHINE;
@@ -62,8 +59,15 @@ DWORD UserSidText(wchar_t* buffer, DWORD& size) {
     return ERROR_SUCCESS;
 }
 
-RegistryStatus OpenPlain(HKEY root, const std::wstring& path, RegistryFlags flags, MappedKey& opened) {
-    LSTATUS status = RegOpenKeyExW(root, path.c_str(), 0, TranslateRegistryFlags(flags), opened.key.put());
+// Opens the key, or with kRegCreate creates it when missing; `attributes`
+// apply to a key it creates.
+RegistryStatus OpenPlain(HKEY root, const std::wstring& path, RegistryFlags flags, MappedKey& opened,
+                         SECURITY_ATTRIBUTES* attributes = nullptr) {
+    const REGSAM access = TranslateRegistryFlags(flags);
+    const LSTATUS status = (flags & kRegCreate) == 0
+                               ? RegOpenKeyExW(root, path.c_str(), 0, access, opened.key.put())
+                               : RegCreateKeyExW(root, path.c_str(), 0, nullptr, 0, access, attributes,
+                                                 opened.key.put(), nullptr);
     if (status == ERROR_SUCCESS) {
         opened.flags = flags;
     }
@@ -81,32 +85,20 @@ RegistryStatus CreateWithAccessList(HKEY root, const std::wstring& path, Registr
         return kRegistryFailure;
     }
     SECURITY_ATTRIBUTES attributes{sizeof(attributes), &descriptor, FALSE};
-    LSTATUS status = RegCreateKeyExW(root, path.c_str(), 0, nullptr, 0, TranslateRegistryFlags(flags),
-                                     &attributes, opened.key.put(), nullptr);
-    if (status != ERROR_SUCCESS) {
-        return MapRegistryStatus(status);
+    const RegistryStatus status = OpenPlain(root, path, flags, opened, &attributes);
+    if (status == kRegistryOk) {
+        // An existing key keeps its old list unless it is set again.
+        SetSecurityInfo(opened.key.get(), SE_REGISTRY_KEY,
+                        DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, nullptr, nullptr,
+                        static_cast<PACL>(acl.get()), nullptr);
     }
-    // An existing key keeps its old list unless it is set again.
-    SetSecurityInfo(opened.key.get(), SE_REGISTRY_KEY,
-                    DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION, nullptr, nullptr,
-                    static_cast<PACL>(acl.get()), nullptr);
-    opened.flags = flags;
-    return kRegistryOk;
+    return status;
 }
 
 RegistryStatus OpenOrCreate(HKEY root, const std::wstring& path, RegistryFlags flags, MappedKey& opened) {
-    if ((flags & kRegCreate) == 0) {
-        return OpenPlain(root, path, flags, opened);
-    }
-    if ((flags & kRegProtectedCreate) != 0) {
-        return CreateWithAccessList(root, path, flags, opened);
-    }
-    LSTATUS status = RegCreateKeyExW(root, path.c_str(), 0, nullptr, 0, TranslateRegistryFlags(flags),
-                                     nullptr, opened.key.put(), nullptr);
-    if (status == ERROR_SUCCESS) {
-        opened.flags = flags;
-    }
-    return MapRegistryStatus(status);
+    const bool protectedCreate = (flags & kRegCreate) != 0 && (flags & kRegProtectedCreate) != 0;
+    return protectedCreate ? CreateWithAccessList(root, path, flags, opened)
+                           : OpenPlain(root, path, flags, opened);
 }
 
 // Creates a per-user key one component at a time from the user's root, so
@@ -175,128 +167,11 @@ RegistryStatus ReadValue(HKEY key, const std::wstring& name, RegistryValue& valu
     return kRegistryOk;
 }
 
-// The name of value or subkey `index`, however long. A name that still does
-// not fit (the key changed meanwhile) is a failure, never an empty success.
-LSTATUS EnumerateName(HKEY key, DWORD index, bool subkey, std::wstring& name) {
-    DWORD longestSubkey = 0;
-    DWORD longestValue = 0;
-    LSTATUS status = RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, &longestSubkey, nullptr,
-                                      nullptr, &longestValue, nullptr, nullptr, nullptr);
-    if (status != ERROR_SUCCESS) {
-        return status;
-    }
-    DWORD capacity = std::max<DWORD>(subkey ? longestSubkey : longestValue, kRegistryNameChars) + 1;
-    name.assign(capacity, L'\0');
-    DWORD length = capacity;
-    status = subkey ? RegEnumKeyExW(key, index, name.data(), &length, nullptr, nullptr, nullptr, nullptr)
-                    : RegEnumValueW(key, index, name.data(), &length, nullptr, nullptr, nullptr, nullptr);
-    if (status == ERROR_MORE_DATA) {
-        return ERROR_INVALID_DATA;
-    }
-    name.resize(status == ERROR_SUCCESS ? length : 0);
-    return status;
-}
-
 // The value named exactly `name`, found by walking the key's values.
 RegistryStatus FindValueByName(HKEY key, const std::wstring& name, RegistryValue& value) {
-    for (DWORD index = 0;; ++index) {
-        std::wstring found;
-        if (LSTATUS status = EnumerateName(key, index, false, found); status != ERROR_SUCCESS) {
-            return MapRegistryStatus(status);
-        }
-        if (name == found) {
-            return ReadValue(key, name, value);
-        }
-    }
-}
-
-using ZwDeleteKeyFn = LONG(NTAPI*)(HANDLE);
-
-// Deletes the subtree below `key` and then `key`, depth first.
-RegistryStatus DeleteTree(HKEY key, RegistryFlags flags) {
-    for (;;) {
-        std::wstring name(kSubkeyNameChars, L'\0');
-        DWORD length = kSubkeyNameChars;
-        LSTATUS status = RegEnumKeyExW(key, 0, name.data(), &length, nullptr, nullptr, nullptr, nullptr);
-        if (status == ERROR_MORE_DATA) {
-            DWORD longest = 0;
-            RegQueryInfoKeyW(key, nullptr, nullptr, nullptr, nullptr, &longest, nullptr, nullptr, nullptr,
-                             nullptr, nullptr, nullptr);
-            name.assign(longest + 1, L'\0');
-            length = longest + 1;
-            status = RegEnumKeyExW(key, 0, name.data(), &length, nullptr, nullptr, nullptr, nullptr);
-        }
-        if (status == ERROR_NO_MORE_ITEMS) {
-            return MapRegistryStatus(DeleteKeyItself(key));
-        }
-        if (status != ERROR_SUCCESS) {
-            return MapRegistryStatus(status);
-        }
-        name.resize(length);
-        RegKey subkey;
-        REGSAM access =
-            DELETE | KEY_ENUMERATE_SUB_KEYS | ((flags & kReg64BitView) != 0 ? KEY_WOW64_64KEY : 0);
-        status = RegOpenKeyExW(key, name.c_str(), REG_OPTION_OPEN_LINK, access, subkey.put());
-        if (status != ERROR_SUCCESS) {
-            return MapRegistryStatus(status);
-        }
-        if (RegistryStatus deleted = DeleteTree(subkey.get(), flags); deleted != kRegistryOk) {
-            return deleted;
-        }
-    }
-}
-
-LSTATUS CopyValues(HKEY target, HKEY source, DWORD count, DWORD longestName, DWORD longestData) {
-    std::vector<wchar_t> name(longestName + 1);
-    std::vector<BYTE> data(longestData + 1);
-    for (DWORD index = 0; index < count; ++index) {
-        DWORD nameLength = static_cast<DWORD>(name.size());
-        DWORD dataSize = static_cast<DWORD>(data.size());
-        DWORD type = REG_NONE;
-        LSTATUS status =
-            RegEnumValueW(source, index, name.data(), &nameLength, nullptr, &type, data.data(), &dataSize);
-        if (status == ERROR_SUCCESS) {
-            status = RegSetValueExW(target, name.data(), 0, type, data.data(), dataSize);
-        }
-        if (status != ERROR_SUCCESS) {
-            return status;
-        }
-    }
-    return ERROR_SUCCESS;
-}
-
-// Copies the values of `source` to `target` and tells how many subkeys it has.
-LSTATUS CopyValuesCountingSubkeys(HKEY target, HKEY source, DWORD& subkeys) {
-    DWORD values = 0;
-    DWORD longestName = 0;
-    DWORD longestData = 0;
-    const LSTATUS status = RegQueryInfoKeyW(source, nullptr, nullptr, nullptr, &subkeys, nullptr, nullptr,
-                                            &values, &longestName, &longestData, nullptr, nullptr);
-    return status == ERROR_SUCCESS ? CopyValues(target, source, values, longestName, longestData) : status;
-}
-
-// Copies the values and the subkeys of `source` to `target`; subkeys are
-// opened and created in the view of `view` (0 or KEY_WOW64_64KEY).
-LSTATUS CopyTree(HKEY target, HKEY source, REGSAM view) {
-    DWORD subkeys = 0;
-    LSTATUS status = CopyValuesCountingSubkeys(target, source, subkeys);
-    for (DWORD index = 0; status == ERROR_SUCCESS && index < subkeys; ++index) {
-        std::wstring name;
-        RegKey from;
-        RegKey to;
-        status = EnumerateName(source, index, true, name);
-        if (status == ERROR_SUCCESS) {
-            status = RegOpenKeyExW(source, name.c_str(), 0, KEY_READ | view, from.put());
-        }
-        if (status == ERROR_SUCCESS) {
-            status = RegCreateKeyExW(target, name.c_str(), 0, nullptr, 0, KEY_WRITE | view, nullptr, to.put(),
-                                     nullptr);
-        }
-        if (status == ERROR_SUCCESS) {
-            status = CopyTree(to.get(), from.get(), view);
-        }
-    }
-    return status;
+    const LSTATUS status =
+        WalkKey(key, KeyEntries::Values, [&](const std::wstring& found) { return found != name; });
+    return status == ERROR_SUCCESS ? ReadValue(key, name, value) : MapRegistryStatus(status);
 }
 
 } // namespace
@@ -390,7 +265,9 @@ RegistryStatus MappedKeyEnumeration::Next(RegistryValue& entry) {
     }
     RegistryValue found;
     std::wstring name;
-    if (LSTATUS status = EnumerateName(key_.key.get(), index_, subkeys_, name); status != ERROR_SUCCESS) {
+    if (const LSTATUS status =
+            EnumerateName(key_.key.get(), subkeys_ ? KeyEntries::Subkeys : KeyEntries::Values, index_, name);
+        status != ERROR_SUCCESS) {
         return MapRegistryStatus(status);
     }
     if (subkeys_) {
@@ -403,87 +280,16 @@ RegistryStatus MappedKeyEnumeration::Next(RegistryValue& entry) {
     return kRegistryOk;
 }
 
-RegistryStatus DeleteMappedTree(std::wstring_view path) {
-    MappedKey key;
-    if (RegistryStatus status = OpenMappedKey(path, kRegDeleteTree, key); status != kRegistryOk) {
-        return status;
-    }
-    return DeleteTree(key.key.get(), key.flags);
-}
-
-RegistryStatus CopyMappedTree(std::wstring_view target, std::wstring_view source) {
-    MappedKey from;
-    if (RegistryStatus status = OpenMappedKey(source, kRegQueryValue | kRegEnumerate, from);
-        status != kRegistryOk) {
-        return status;
-    }
-    MappedKey to;
-    if (RegistryStatus status = OpenMappedKey(target, kRegWriteValues | kRegCreateSubKey, to);
-        status != kRegistryOk) {
-        return status;
-    }
-    const REGSAM view = (from.flags & kReg64BitView) != 0 ? KEY_WOW64_64KEY : 0;
-    return MapRegistryStatus(CopyTree(to.key.get(), from.key.get(), view));
-}
-
-LONG DeleteKeyItself(HKEY key) {
-    HMODULE ntdll = LoadLibraryW(L"ntdll.dll");
-    if (ntdll == nullptr) {
-        return static_cast<LONG>(kRegistryNoNtdll);
-    }
-    auto deleteKey =
-        reinterpret_cast<ZwDeleteKeyFn>(reinterpret_cast<void*>(GetProcAddress(ntdll, "ZwDeleteKey")));
-    LONG status = deleteKey != nullptr ? deleteKey(key) : static_cast<LONG>(kRegistryNoNtdll);
-    FreeLibrary(ntdll);
-    return status;
-}
-
-LSTATUS MoveKeyTree(HKEY target, HKEY source) {
-    DWORD subkeys = 0;
-    LSTATUS status = CopyValuesCountingSubkeys(target, source, subkeys);
-    if (status != ERROR_SUCCESS) {
-        return status;
-    }
-    for (DWORD index = subkeys; index-- > 0;) {
-        std::wstring name(kSubkeyNameChars, L'\0');
-        DWORD length = kSubkeyNameChars;
-        status = RegEnumKeyExW(source, index, name.data(), &length, nullptr, nullptr, nullptr, nullptr);
-        if (status != ERROR_SUCCESS) {
-            return status;
-        }
-        name.resize(length);
-        RegKey from;
-        RegKey to;
-        status = RegOpenKeyExW(source, name.c_str(), 0, KEY_READ, from.put());
-        if (status == ERROR_SUCCESS) {
-            status =
-                RegCreateKeyExW(target, name.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, to.put(), nullptr);
-        }
-        if (status == ERROR_SUCCESS) {
-            status = MoveKeyTree(to.get(), from.get());
-        }
-        from.reset();
-        if (status == ERROR_SUCCESS) {
-            status = RegDeleteKeyW(source, name.c_str());
-        }
-        if (status != ERROR_SUCCESS) {
-            return status;
+std::vector<std::wstring> MappedSubkeyNames(std::wstring_view path) {
+    std::vector<std::wstring> names;
+    MappedKeyEnumeration walk;
+    RegistryValue entry;
+    if (walk.Open(path, true) == kRegistryOk) {
+        while (walk.Next(entry) == kRegistryOk) {
+            names.push_back(std::move(entry.name));
         }
     }
-    return ERROR_SUCCESS;
-}
-
-LONG DeleteRegistryLink(const std::wstring& path, bool force) {
-    RegKey link;
-    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), REG_OPTION_OPEN_LINK, KEY_ALL_ACCESS, link.put()) !=
-        ERROR_SUCCESS) {
-        return ERROR_SUCCESS;
-    }
-    bool unlinked = RegDeleteValueW(link.get(), kLinkValueName) == ERROR_SUCCESS;
-    if (!unlinked && !force) {
-        return ERROR_SUCCESS;
-    }
-    return DeleteKeyItself(link.get());
+    return names;
 }
 
 } // namespace setuputils

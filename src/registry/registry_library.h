@@ -62,6 +62,15 @@ private:
     bool subkeys_ = false;
 };
 
+// The subkey names of the key at `path` in enumeration order, up to the first
+// that cannot be read; none when the key does not open.
+std::vector<std::wstring> MappedSubkeyNames(std::wstring_view path);
+
+// The key path `name` below `key`.
+inline std::wstring Below(std::wstring_view key, std::wstring_view name) {
+    return std::wstring(key).append(L"\\").append(name);
+}
+
 // Deletes the key at `path` with everything below it, depth first. Keys are
 // deleted as keys (a link key goes, its target stays).
 RegistryStatus DeleteMappedTree(std::wstring_view path);
@@ -72,15 +81,12 @@ RegistryStatus DeleteMappedTree(std::wstring_view path);
 RegistryStatus CopyMappedTree(std::wstring_view target, std::wstring_view source);
 
 // Moves the subkeys of `source` below `target` and copies its values there;
-// the source's own values stay. Returns the first registry error.
-LSTATUS MoveKeyTree(HKEY target, HKEY source);
+// the source's own values stay. Stops at the first failure.
+RegistryStatus MoveKeyTree(HKEY target, HKEY source);
 
 // Deletes the link key at `path` under HKEY_LOCAL_MACHINE: its link value,
 // then the key itself when that worked or `force` is set. 0 when the key does
 // not open; otherwise the key deletion's status.
-LONG DeleteRegistryLink(const std::wstring& path, bool force);
-
-// Deletes `key` as a key, never following it when it is a link.
-LONG DeleteKeyItself(HKEY key);
+RegistryStatus DeleteRegistryLink(const std::wstring& path, bool force);
 
 } // namespace setuputils

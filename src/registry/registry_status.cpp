@@ -33,4 +33,8 @@ RegistryStatus MapRegistryStatus(long result) {
     }
 }
 
+RegistryStatus MapNtStatus(long status) {
+    return status == 0 ? kRegistryOk : kRegistryFailure;
+}
+
 } // namespace setuputils

@@ -17,7 +17,9 @@ inline constexpr RegistryStatus kRegistryAccessDenied = 0x80090010;
 inline constexpr RegistryStatus kRegistryFailure = 0x8009001D;
 inline constexpr RegistryStatus kRegistryNoNtdll = 0x80090005;
 
-// The one conversion every registry result passes through.
+// The two conversions every result of the system passes through: that of a
+// registry call, and that of a native key call (0 or a failure).
 RegistryStatus MapRegistryStatus(long result);
+RegistryStatus MapNtStatus(long status);
 
 } // namespace setuputils

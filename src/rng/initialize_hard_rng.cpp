@@ -12,40 +12,25 @@
 
 #include "exports.h"
 #include "frame/action_guard.h"
-#include "frame/handles.h"
 #include "frame/session.h"
 #include "profiles/user_run_once.h"
-#include "registry/path_map.h"
 #include "rng/random_seed.h"
 #include "rng/seeding_rules.h"
 
 namespace setuputils {
 namespace {
 
-constexpr wchar_t kRandomBelowUser[] = L"\\Random";
-
-// The user's "Random" key in the machine-side view of the settings tree,
-// reached through the 32-bit node by its path.
-bool NeedsSeeding(const std::wstring& sid) {
-    const std::wstring path = kUserSettingsRoot + sid + kRandomBelowUser;
-    RegKey random;
-    return RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_QUERY_VALUE, random.put()) !=
-               ERROR_SUCCESS ||
-           !IsUserSeeded(random.get());
-}
-
 void ScheduleSeeding(MSIHANDLE session) {
     std::wstring data;
     if (GetPropertyString(session, L"CustomActionData", data) != ERROR_SUCCESS || data.empty()) {
         return;
     }
-    UpdateEveryUsersRunOnce(SplitRunOnceRequest(data), NeedsSeeding);
+    UpdateEveryUsersRunOnce(SplitRunOnceRequest(data), UserNeedsSeeding);
 }
 
 } // namespace
 } // namespace setuputils
 
 extern "C" UINT WINAPI InitializeHardRng(MSIHANDLE session) {
-    return setuputils::RunActionThatNeverFails(session, L"InitializeHardRng",
-                                               [&] { setuputils::ScheduleSeeding(session); });
+    return setuputils::RunActionThatNeverFails(session, L"InitializeHardRng", setuputils::ScheduleSeeding);
 }

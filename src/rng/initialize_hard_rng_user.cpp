@@ -34,16 +34,6 @@ bool PredatesWindows8() {
     return version.major < 6 || (version.major == 6 && version.minor < 2);
 }
 
-// Attempted once per process at most, even when it does nothing.
-void ApplyLegacyAdvapiPatchOnce() {
-    static bool attempted = false;
-    if (attempted) {
-        return;
-    }
-    attempted = true;
-    ApplyLegacyAdvapiPatch();
-}
-
 // The installer's dialog of that title, or else any dialog.
 HWND FindOwnerWindow(const std::wstring& title) {
     HWND window = FindWindowW(kDialogClass, title.c_str());
@@ -79,6 +69,5 @@ UINT InitializeForCurrentUser(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI InitializeHardRngUser(MSIHANDLE session) {
-    return setuputils::GuardAction(session, setuputils::kAction,
-                                   [&] { return setuputils::InitializeForCurrentUser(session); });
+    return setuputils::GuardAction(session, setuputils::kAction, setuputils::InitializeForCurrentUser);
 }

@@ -5,12 +5,14 @@
 #include <vector>
 
 #include "frame/handles.h"
+#include "registry/path_map.h"
 #include "registry/registry_library.h"
 #include "rng/seeding_rules.h"
 
 namespace setuputils {
 namespace {
 
+constexpr wchar_t kRandomBelowUser[] = L"\\Random";
 constexpr wchar_t kSeedValue[] = L"RootRandomSeed";
 constexpr wchar_t kSeedFlagsValue[] = L"RootRandomSeedFlags";
 constexpr wchar_t kCurrentUserSeed[] = L"\\local\\Random\\RootRandomSeed";
@@ -94,8 +96,13 @@ LSTATUS ReadRootRandomSeed(HKEY key) {
     return static_cast<LSTATUS>(SeedTypeStatus(type));
 }
 
-bool IsUserSeeded(HKEY key) {
-    return IsSeeded(static_cast<std::uint32_t>(ReadRootRandomSeed(key)), ReadSeedFlags(key));
+bool UserNeedsSeeding(const std::wstring& sid) {
+    const std::wstring path = kUserSettingsRoot + sid + kRandomBelowUser;
+    RegKey random;
+    return RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_QUERY_VALUE, random.put()) !=
+               ERROR_SUCCESS ||
+           !IsSeeded(static_cast<std::uint32_t>(ReadRootRandomSeed(random.get())),
+                     ReadSeedFlags(random.get()));
 }
 
 bool IsCurrentUserSeeded() {
@@ -120,6 +127,14 @@ HMODULE ApplyLegacyAdvapiPatch() {
         return nullptr;
     }
     return LoadPatch(patch);
+}
+
+void ApplyLegacyAdvapiPatchOnce() {
+    static bool attempted = false;
+    if (!attempted) {
+        attempted = true;
+        ApplyLegacyAdvapiPatch();
+    }
 }
 
 } // namespace setuputils

@@ -2,6 +2,8 @@
 // ADVAPI32 patch the seeding needs on old systems.
 #pragma once
 
+#include <string>
+
 #include <windows.h>
 
 namespace setuputils {
@@ -11,10 +13,13 @@ namespace setuputils {
 // when the value is not binary. Nobody looks at the seed's bytes.
 LSTATUS ReadRootRandomSeed(HKEY key);
 
-// Whether the user whose "Random" key is `key` has an initialised seed.
-bool IsUserSeeded(HKEY key);
+// Whether the user with this SID still needs seeding, judged by the user's
+// "Random" key in the machine-side view of the settings tree (reached through
+// the 32-bit node by its path); a key that does not open needs it.
+bool UserNeedsSeeding(const std::wstring& sid);
 
-// The same for the current user, through the per-user settings tree.
+// Whether the current user has an initialised seed, through the per-user
+// settings tree.
 bool IsCurrentUserSeeded();
 
 // Loads the image named by "Image Dll" and then the patch module named by
@@ -23,5 +28,8 @@ bool IsCurrentUserSeeded();
 // and nothing is done when it is loaded already. Returns the patch module
 // this call left loaded, or null.
 HMODULE ApplyLegacyAdvapiPatch();
+
+// The same, attempted once per process at most, even when it does nothing.
+void ApplyLegacyAdvapiPatchOnce();
 
 } // namespace setuputils

@@ -6,6 +6,7 @@
 #include "exports.h"
 #include "frame/action_guard.h"
 #include "frame/handles.h"
+#include "frame/registry_values.h"
 
 namespace setuputils {
 namespace {
@@ -20,9 +21,7 @@ void AllowInteractiveServices() {
                         nullptr) != ERROR_SUCCESS) {
         return;
     }
-    const DWORD value = kInteractiveServicesAllowed;
-    RegSetValueExW(key.get(), kNoInteractiveServicesValue, 0, REG_DWORD,
-                   reinterpret_cast<const BYTE*>(&value), sizeof(value));
+    WriteDwordValue(key.get(), kNoInteractiveServicesValue, kInteractiveServicesAllowed);
 }
 
 } // namespace

@@ -96,11 +96,9 @@ UINT RemoveHostService(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI MsiCreateService(MSIHANDLE session) {
-    return setuputils::GuardAction(session, L"MsiCreateService",
-                                   [&] { return setuputils::CreateHostService(session); });
+    return setuputils::GuardAction(session, L"MsiCreateService", setuputils::CreateHostService);
 }
 
 extern "C" UINT WINAPI MsiCreateServiceRollback(MSIHANDLE session) {
-    return setuputils::GuardAction(session, L"MsiCreateServiceRollback",
-                                   [&] { return setuputils::RemoveHostService(session); });
+    return setuputils::GuardAction(session, L"MsiCreateServiceRollback", setuputils::RemoveHostService);
 }

@@ -46,6 +46,6 @@ void StartSmartCardServiceAutomatically(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI SetSCardSvrAutoStart(MSIHANDLE session) {
-    return setuputils::RunActionThatNeverFails(
-        session, L"SetSCardSvrAutoStart", [&] { setuputils::StartSmartCardServiceAutomatically(session); });
+    return setuputils::RunActionThatNeverFails(session, L"SetSCardSvrAutoStart",
+                                               setuputils::StartSmartCardServiceAutomatically);
 }

@@ -61,6 +61,5 @@ UINT Unprotect(MSIHANDLE session) {
 } // namespace setuputils
 
 extern "C" UINT WINAPI UnprotectService(MSIHANDLE session) {
-    return setuputils::GuardAction(session, L"UnprotectService",
-                                   [&] { return setuputils::Unprotect(session); });
+    return setuputils::GuardAction(session, L"UnprotectService", setuputils::Unprotect);
 }

@@ -61,27 +61,14 @@ RegKey OpenPowerKey() {
     return OpenMachineKey(kPowerKey, KEY_ALL_ACCESS);
 }
 
-// A REG_DWORD value, read into four bytes.
-bool ReadDword(HKEY key, const wchar_t* name, DWORD& value) {
-    DWORD size = sizeof(value);
-    DWORD type = REG_NONE;
-    return RegQueryValueExW(key, name, nullptr, &type, reinterpret_cast<BYTE*>(&value), &size) ==
-               ERROR_SUCCESS &&
-           type == REG_DWORD && size == sizeof(value);
-}
-
-LSTATUS WriteDword(HKEY key, const wchar_t* name, DWORD value) {
-    return RegSetValueExW(key, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&value), sizeof(value));
-}
-
 // Puts back the fast start-up switch saved when the package turned it off.
 void RestoreFastStartup() {
     RegKey power = OpenPowerKey();
     DWORD saved = 0;
-    if (!power || !ReadDword(power.get(), kSavedFastStartupValue, saved)) {
+    if (!power || !ReadDwordValue(power.get(), kSavedFastStartupValue, saved)) {
         return;
     }
-    WriteDword(power.get(), kFastStartupValue, saved);
+    WriteDwordValue(power.get(), kFastStartupValue, saved);
     RegDeleteValueW(power.get(), kSavedFastStartupValue);
     RegFlushKey(power.get());
 }
@@ -106,11 +93,11 @@ bool ListLivesInLsaKey() {
 void DisableFastStartup() {
     RegKey power = OpenPowerKey();
     DWORD enabled = 0;
-    if (!power || !ReadDword(power.get(), kFastStartupValue, enabled) || enabled == 0) {
+    if (!power || !ReadDwordValue(power.get(), kFastStartupValue, enabled) || enabled == 0) {
         return;
     }
-    if (WriteDword(power.get(), kSavedFastStartupValue, enabled) == ERROR_SUCCESS) {
-        WriteDword(power.get(), kFastStartupValue, 0);
+    if (WriteDwordValue(power.get(), kSavedFastStartupValue, enabled) == ERROR_SUCCESS) {
+        WriteDwordValue(power.get(), kFastStartupValue, 0);
         RegFlushKey(power.get());
     }
 }

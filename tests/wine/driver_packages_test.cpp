@@ -34,7 +34,7 @@ TEST_F(InstallServiceTest, InstallsStartsAndRestartsTheDriverAndRemovalUndoesIt)
     // Wine's services installer skips the event-log section: its values are written here.
     WriteRegistryString(HKEY_LOCAL_MACHINE, kEventLogKey + L"isvc", L"EventMessageFile", L"IoLogMsg.dll");
 
-    setuputils::RemoveDriverPackage(id_, nullptr, 0, 0, log_);
+    setuputils::RemoveDriverPackage(id_, std::nullopt, 0, log_);
     EXPECT_EQ(log_.lines.back(), L"Uninstall driver isvc success.");
     EXPECT_TRUE(WaitUntil([&] { return SnapshotChanges(before, TakeSnapshot(package)).empty(); }))
         << testing::PrintToString(SnapshotChanges(before, TakeSnapshot(package)));
@@ -71,7 +71,7 @@ TEST_F(RemoveDriverPackageTest, WithoutItsOwnStagedInfOnlyTheNamedServiceAndTheL
     ASSERT_EQ(Install(L"rdp.inf", DriverInf({.service = "rdp", .copyFiles = true})), 0u);
     const std::wstring other = NewId();
     setuputils::SaveInfLocation(other, kInfFolder + L"rdp.inf");
-    setuputils::RemoveDriverPackage(id_, L"RDP", 0, 0, log_);
+    setuputils::RemoveDriverPackage(id_, L"RDP", 0, log_);
     EXPECT_TRUE(
         InOrder(log_.lines, {L"Opened unknown INF", L"Service RDP stopped.", L"Service RDP deleted."}));
     EXPECT_FALSE(Location(id_));
