@@ -21,7 +21,8 @@ std::optional<std::wstring_view> TakeField(std::wstring_view& rest) {
 
 RunOnceRequest SplitRunOnceRequest(std::wstring_view data) {
     RunOnceRequest request;
-    if (const auto name = TakeField(data)) {
+    // An empty name would be the RunOnce key's default value: the default name stands.
+    if (const auto name = TakeField(data); name && !name->empty()) {
         request.entryName = *name;
     }
     request.command = data;

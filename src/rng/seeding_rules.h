@@ -23,8 +23,8 @@ inline constexpr std::uint32_t kSeedOfWrongType = 13; // ERROR_INVALID_DATA
 inline constexpr std::uint32_t kSeedInitialisedFlag = 0x2;
 
 // "entry/command": the text before the first "/" names the RunOnce entry,
-// everything after it (later slashes included) is the command. Without a "/"
-// the whole text is the command, under the default entry name.
+// everything after it (later slashes included) is the command. Without a "/",
+// or with nothing before it, the entry has the default name.
 struct RunOnceRequest {
     std::wstring entryName = kDefaultRunOnceEntry;
     std::wstring command;

@@ -1,5 +1,7 @@
 #include "sspi/package_list.h"
 
+#include <algorithm>
+
 namespace setuputils {
 
 PackageList SplitPackageList(std::wstring_view data) {
@@ -17,18 +19,25 @@ PackageList SplitPackageList(std::wstring_view data) {
 
 PackageList EditPackageList(const PackageList& entries, const std::wstring& name, bool insert,
                             PackageNamesEqual equal) {
+    // The system reads the list up to its first empty entry (for a well-formed
+    // value, the final one). A name to insert goes in just before it, or before
+    // the last entry of a value without one; a copy past it is not read, so
+    // it does not count as listed and goes.
+    const std::size_t unread =
+        static_cast<std::size_t>(std::find(entries.begin(), entries.end(), std::wstring()) - entries.begin());
+    const std::size_t insertAt = std::min(unread, entries.size() - 1);
     PackageList edited;
     bool pending = insert;
     for (std::size_t i = 0; i < entries.size(); ++i) {
         const std::wstring& entry = entries[i];
         if (equal(entry, name)) {
-            if (pending) {
+            if (pending && i < unread) {
                 edited.push_back(entry);
                 pending = false;
             }
             continue;
         }
-        if (pending && i + 1 == entries.size()) {
+        if (pending && i == insertAt) {
             edited.push_back(name);
             pending = false;
         }

@@ -21,9 +21,11 @@ PackageList SplitPackageList(std::wstring_view data);
 
 // Inserts or removes `name`. Every entry equal to the name is dropped, except
 // the first one when inserting, which stays as it is spelled. A name still to
-// insert goes just before the last entry: after the last package of a
-// well-formed value, before the last package of a value without its final
-// empty entry.
+// insert goes just before the first empty entry, where the system stops
+// reading the list: after the last package of a well-formed value (and before
+// an empty entry inside one); before the last package of a value without its
+// final empty entry. A copy past the first empty entry is not read by the
+// system: it does not count as listed.
 PackageList EditPackageList(const PackageList& entries, const std::wstring& name, bool insert,
                             PackageNamesEqual equal);
 

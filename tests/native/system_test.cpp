@@ -50,8 +50,8 @@ TEST(ServiceFields, UnprotectedConfigurationCutsTheOptionAndOwnsTheProcess) {
     }
 }
 
-// As "|"-terminated entries: in after the last package when well formed, else before it; listed already
-// stays as spelled, other copies go.
+// As "|"-terminated entries: in before the first empty entry (where the system stops reading), else before
+// the last package; listed already (and read) stays as spelled, other copies go.
 TEST(PackageList, InsertAndRemoveAsTheAuthorityListNeedsThem) {
     auto edit = [](std::wstring data, bool insert) {
         std::replace(data.begin(), data.end(), L'|', L'\0');
@@ -67,7 +67,7 @@ TEST(PackageList, InsertAndRemoveAsTheAuthorityListNeedsThem) {
                             {L"Nv|a|nv||", L"Nv|a||"},
                             {L"a|b|", L"a|nv|b|"},
                             {L"a|b", L"a|nv|b|"},
-                            {L"nv2||b||", L"nv2||b|nv||"}};
+                            {L"nv2||nv|b||", L"nv2|nv||b||"}};
     for (const auto& [data, expected] : inserts) {
         EXPECT_EQ(edit(data, true), expected) << data;
     }
@@ -112,10 +112,10 @@ TEST(VerifierCommands, ExcludedImagesByExactNameAndCommandLines) {
               (Lines{L"v C:\\W\\system32\\MSI.DLL"}));
 }
 
-// Split as far as the data has slashes, the last field taking the rest.
+// Split as far as the data has slashes, the last field taking the rest; no entry name is the default one.
 TEST(SeedingRules, DataSplitsAtSlashesAsFarAsItHasFieldsAndFlagsAreLittleEndian) {
     for (const auto& [data, fields] :
-         {std::pair(L"a//b /c", L"a|/b /c"), {L"rng.exe", L"InstallCSP|rng.exe"}, {L"/", L"|"}}) {
+         {std::pair(L"a//b /c", L"a|/b /c"), {L"rng.exe", L"InstallCSP|rng.exe"}, {L"/c", L"InstallCSP|c"}}) {
         const RunOnceRequest r = SplitRunOnceRequest(data);
         EXPECT_EQ(r.entryName + L"|" + r.command, fields);
     }
