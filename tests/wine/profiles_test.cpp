@@ -2,10 +2,12 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <utility>
 #include <string>
 #include <vector>
 
 #include "action_session.h"
+#include "import_redirect.h"
 #include "machine.h"
 #include "snapshot.h"
 
@@ -48,8 +50,17 @@ void CreateKey(HKEY root, const std::wstring& path) {
     RestoreRegistryValue(root, path, L"", std::nullopt);
 }
 
-// The machine's and each listed user's password entries go, except those with subkeys.
+// Refuses the first deletion it is asked for, as a key held by another program would be.
+LSTATUS WINAPI RefuseFirstDeletion(HKEY key, const wchar_t* name) {
+    static bool refused = false;
+    return std::exchange(refused, true) ? RegDeleteKeyW(key, name) : ERROR_ACCESS_DENIED;
+}
+
+// The machine's and each listed user's password entries go, except those with subkeys and the machine's
+// first one, whose deletion is refused (the others still go).
 TEST_F(ProfilesTest, DeleteShortcutsRemovesOnlyPasswordEntriesWithoutSubkeys) {
+    ImportRedirect refuse{GetModuleHandleW(L"setuputils.dll"), "advapi32.dll", "RegDeleteKeyW",
+                          reinterpret_cast<void*>(&RefuseFirstDeletion)};
     Lines gone;
     for (const std::wstring user : {L"", L"Users\\S-1-5-21-0-0-0-1000\\"}) {
         const std::wstring root = L"SOFTWARE\\Norvane\\Settings\\" + user + L"KeyDevices\\";
@@ -58,7 +69,10 @@ TEST_F(ProfilesTest, DeleteShortcutsRemovesOnlyPasswordEntriesWithoutSubkeys) {
         CreateKey(kHklm, root + L"passwords\\z");
         CreateKey(kHklm, root + L"readers\\r");
         const std::wstring passwords = L"- HKLM\\" + root + L"passwords\\";
-        gone.insert(gone.end(), {passwords + L"a", passwords + L"a [pin] type 1 '1|'", passwords + L"z"});
+        if (!user.empty()) {
+            gone.insert(gone.end(), {passwords + L"a", passwords + L"a [pin] type 1 '1|'"});
+        }
+        gone.push_back(passwords + L"z");
     }
     const Watched tree = {{{kHklm, L"SOFTWARE\\Norvane"}}, {}, {}};
     const Snapshot before = TakeSnapshot(tree);
