@@ -36,7 +36,9 @@ bool SameName(const std::wstring& entry, const std::wstring& name) {
 void CheckPackageList(std::wstring_view text) {
     const PackageList entries = SplitPackageList(text);
     Check(JoinPackageList(entries).substr(0, text.size()) == text);
-    const std::wstring name = entries.front();
+    const auto named =
+        std::find_if(entries.begin(), entries.end(), [](auto& entry) { return !entry.empty(); });
+    const std::wstring name = named != entries.end() ? *named : L"nvsspap"; // package names are never empty
     for (bool insert : {true, false}) {
         const PackageList edited = EditPackageList(entries, name, insert, SameName);
         Check(std::count(edited.begin(), edited.end(), name) == (insert ? 1 : 0));
