@@ -49,8 +49,9 @@ void ScheduleIconCacheDeletion(MSIHANDLE session, HKEY profiles, const wchar_t* 
     std::wstring imagePath;
     std::wstring path;
     if (RegOpenKeyExW(profiles, profile, 0, KEY_QUERY_VALUE, key.put()) != ERROR_SUCCESS ||
-        !ReadStringValue(key.get(), kProfileImagePath, imagePath) || !ExpandEnvironment(imagePath, path)) {
-        return;
+        !ReadStringValue(key.get(), kProfileImagePath, imagePath) || !ExpandEnvironment(imagePath, path) ||
+        path.empty()) {
+        return; // an empty path would name the cache of the current drive's root
     }
     path += localFolder;
     path += kIconCacheFile;

@@ -93,11 +93,11 @@ TEST_F(ProfilesTest, SetRunOnceEveryoneWritesOrRemovesWhereRunOnceExists) {
     EXPECT_FALSE(ReadRegistryValue(HKEY_USERS, kUserRunOnce, L"InstallCSP"));
 }
 
-// Each profile's icon cache (one without a path is skipped) is deleted at the restart; the Controls Folder
-// goes.
+// Each profile's icon cache (one with an empty path is skipped) is deleted at the restart; the Controls
+// Folder goes.
 void ExpectIconCachesScheduled(ActionSession& session, const std::wstring& localFolder) {
     CreateKey(HKEY_CURRENT_USER, kControlsFolder);
-    CreateKey(kHklm, kProfileList + L"1001");
+    RestoreRegistryValue(kHklm, kProfileList + L"1001", L"ProfileImagePath", RegistryText(L""));
     RestoreRegistryValue(kHklm, kProfileList + L"1002", L"ProfileImagePath",
                          RegistryText(L"%SystemDrive%\\users\\x", REG_EXPAND_SZ));
     RestoreRegistryValue(kHklm, kSessionManager, L"PendingFileRenameOperations", std::nullopt);
