@@ -3,6 +3,7 @@
 #include "action_session.h"
 #include "driver_package_fixture.h"
 #include "frame/product_codes.h"
+#include "frame/windows_version.h"
 
 namespace harness {
 namespace {
@@ -57,7 +58,7 @@ TEST_F(KSProcessTest, FailedSchedulingStopsWithTheInstallerStatus) {
 // whose reference goes or stays absent is not, nor one that stays absent itself.
 void CheckInfVariant(KSProcessTest& test, DWORD major, const std::wstring& suffix,
                      const std::wstring& service) {
-    ASSERT_EQ(ReportedMajorVersion(), major) << "the test prefix reports the wrong Windows version";
+    ASSERT_EQ(setuputils::GetNtVersion().major, major) << "the test prefix reports the wrong Windows version";
     test.AddDriver(L"a_long", L"drv.inf");
     test.AddDriver(L"b_short", L"SHORT~1.INF|shortlong.inf", 0, L"d_refcomes", L"Later");
     test.AddDriver(L"c_refgoes", L"c.inf", 0, L"a_long", L"Later");

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "action_session.h"
+#include "frame/windows_version.h"
 #include "machine.h"
 #include "snapshot.h"
 
@@ -102,7 +103,7 @@ TEST_F(ProfilesTest, RebuildIconCacheSchedulesEveryProfilesCacheAndDropsEmptyCon
 // Under Windows XP profiles keep local data elsewhere.
 using ProfilesIconCacheOnWindowsXP = ProfilesTest;
 TEST_F(ProfilesIconCacheOnWindowsXP, UsesLocalSettingsFolder) {
-    ASSERT_EQ(ReportedMajorVersion(), 5u);
+    ASSERT_EQ(setuputils::GetNtVersion().major, 5u);
     ExpectIconCachesScheduled(session_, L"\\Local Settings\\Application Data\\");
 }
 
