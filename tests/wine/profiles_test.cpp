@@ -61,7 +61,7 @@ TEST_F(ProfilesTest, DeleteShortcutsRemovesOnlyPasswordEntriesWithoutSubkeys) {
         const std::wstring passwords = L"- HKLM\\" + root + L"passwords\\";
         gone.insert(gone.end(), {passwords + L"a", passwords + L"a [pin] type 1 '1|'", passwords + L"z"});
     }
-    const Watched tree = {{{kHklm, L"SOFTWARE\\Norvane"}}, {}, {}};
+    const Watched tree = {{kHklm, L"SOFTWARE\\Norvane"}};
     const Snapshot before = TakeSnapshot(tree);
     EXPECT_EQ(session_.Run("DeleteShortcuts"), 0u);
     EXPECT_EQ(SnapshotChanges(before, TakeSnapshot(tree)), gone);
