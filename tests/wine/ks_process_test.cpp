@@ -10,23 +10,6 @@ namespace {
 
 using KSProcessTest = DriverTest;
 
-// Rollback before install, with the same data (the whole short|long value), under the platform's names.
-TEST_F(KSProcessTest, SchedulesRollbackThenInstallWithTheSameData) {
-    AddDriver(L"nvdrv", L"NVDRV~1.INF|nvdriver.inf", 0x121);
-    const std::wstring data = ActionData(folder_, L"NVDRV~1.INF|nvdriver.inf", ids_.back(), L"289");
-    for (const auto& [properties, marker, actions] :
-         {std::tuple{Properties{}, L"64", Texts{L"KSRollback64", L"KSInstall64"}},
-          std::tuple{Properties{{L"VersionNT64", L""}}, L"x86", Texts{L"KSRollback", L"KSInstall"}}}) {
-        auto& session = OpenCosted(properties);
-        EXPECT_EQ(Run("KSProcess"), 0u);
-        EXPECT_EQ(messages_.StartedActions(), actions);
-        EXPECT_EQ(session.Property(actions[0]) + session.Property(actions[1]), data + data);
-        EXPECT_EQ(Informed(marker) + Informed(data), 2);
-        EXPECT_EQ(messages_.FieldsOf(INSTALLMESSAGE_PROGRESS),
-                  (std::vector<Texts>{{L"1", L"0", L"0", L"0"}, {L"2", L"30", L"0", L"0"}}));
-    }
-}
-
 // Uninstall data ends in the service of the INF's install section when it names one (a short|long
 // value names no file here).
 TEST_F(KSProcessTest, RemovalSchedulesOnlyUninstallWithTheInfService) {
