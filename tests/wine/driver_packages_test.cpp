@@ -90,7 +90,8 @@ TEST_F(KSInstInstallTest, InstallsTheLongNameAndTheRemovalNeverFails) {
 
 using KSInstallWTest = DriverTest;
 
-// KSInstallW <inf> [<id> [<log>]] installs; KSUninstallW [<id> [<log>]] removes.
+// KSInstallW <inf> [<id> [<log>]] installs; KSUninstallW [<id> [<log>]] removes. Called by the names
+// rundll32 looks for first, which must reach them.
 TEST_F(KSInstallWTest, InstallsAndRemovesByCommandLine) {
     auto call = [&](const char* entry, std::wstring commandLine) {
         library_.CommandLineEntry(entry)(nullptr, nullptr, commandLine.data(), SW_HIDE);
@@ -99,8 +100,8 @@ TEST_F(KSInstallWTest, InstallsAndRemovesByCommandLine) {
     const std::wstring log = L" \"" + folder_ + L"a log.txt\"";
     const std::wstring inf = WriteInf(L"kscmd.inf", DriverInf({.service = "kscmd", .copyFiles = true}));
     EXPECT_TRUE(
-        call("KSInstallW", inf + L" " + id_ + log).ends_with("info: Install driver kscmd success.\r\n"));
-    EXPECT_TRUE(call("KSUninstallW", id_ + log).ends_with("info: Uninstall driver kscmd success.\r\n"));
+        call("KSInstallWW", inf + L" " + id_ + log).ends_with("info: Install driver kscmd success.\r\n"));
+    EXPECT_TRUE(call("KSUninstallWW", id_ + log).ends_with("info: Uninstall driver kscmd success.\r\n"));
     EXPECT_EQ(WaitForServiceState(L"kscmd", 0), 0u);
 }
 
