@@ -130,12 +130,12 @@ TEST_F(RegistryAccessListOnWindows10, LetsAllAppPackagesInFirst) {
 }
 
 // Run again (a reinstall over the link left behind), NvnLink keeps the link it made: deleting it by
-// name would delete the shared settings. What the first run does: the script test.
-TEST_F(RegistryTest, NvnLinkRunAgainKeepsItsLink) {
+// name would delete the shared settings. NvnUnlink leaves it too. The first run: the script test.
+TEST_F(RegistryTest, NvnLinkRunAgainAndNvnUnlinkKeepTheLink) {
     WriteRegistryString(kHklm, kProviderNode + L"\\Sub", L"Shared", L"32");
-    for (int run = 1; run <= 2; ++run) {
-        EXPECT_EQ(session_.Run("NvnLink", L"Sub"), 0u);
-        EXPECT_EQ(ReadRegistryString(kHklm, kNativeSub, L"Shared"), L"32") << run;
+    for (const char* action : {"NvnLink", "NvnLink", "NvnUnlink"}) {
+        EXPECT_EQ(session_.Run(action, L"Sub"), 0u) << action;
+        EXPECT_EQ(ReadRegistryString(kHklm, kNativeSub, L"Shared"), L"32") << action;
     }
 }
 
