@@ -11,7 +11,7 @@ namespace {
 using KSProcessTest = DriverTest;
 
 // Uninstall data ends in the service of the INF's install section when it names one (a short|long
-// value names no file here).
+// value names no file here). Each package scheduled moves the progress on.
 TEST_F(KSProcessTest, RemovalSchedulesOnlyUninstallWithTheInfService) {
     AddDriver(L"a_service", L"a.inf", 0x100);
     AddDriver(L"b_noservice", L"b.inf");
@@ -26,6 +26,7 @@ TEST_F(KSProcessTest, RemovalSchedulesOnlyUninstallWithTheInfService) {
     EXPECT_EQ(Informed(ActionData(folder_, L"b.inf", ids_[2], L"0")), 1);
     EXPECT_EQ(Informed(ActionData(folder_, L"C~1.INF|c.inf", ids_[3], L"0")), 1);
     EXPECT_EQ(Informed(kInfo + L"Found InstallSectionName: Driver_Install"), 2);
+    EXPECT_EQ(messages_.FieldsOf(INSTALLMESSAGE_PROGRESS).back(), (Texts{L"2", L"30", L"0", L"0"}));
 }
 
 // An unknown reference stops the walk with that status.
