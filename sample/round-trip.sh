@@ -15,6 +15,7 @@ here=$(cd "$(dirname "$0")" && pwd)
 source "$here/msiexec-run.sh" "$@"
 
 service_key='HKLM\System\CurrentControlSet\Services\nvsample'
+event_log_key='HKLM\System\CurrentControlSet\Services\EventLog\System\nvsample'
 location_key='HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall\{A83F2C6E-91D4-4B5A-8E07-3D6B14C9F251}'
 addreg_key='HKLM\Software\SetupUtilsTest\nvsample'
 staged=$WINEPREFIX/drive_c/windows/inf/nvsample.inf
@@ -96,10 +97,13 @@ check "card type in the 32-bit view" tree_shows "$cards_key32" "Norvane Sample C
 
 echo
 echo "== Removal"
+# Wine's services installer skips the INF's event-log section: its key as Windows writes it.
+wine reg add "$event_log_key" /v EventMessageFile /d IoLogMsg.dll /f >/dev/null 2>&1
 msiexec /x remove.log
 grep -a -o 'KSInstall64:[a-z]*[^]]*' remove.log | sed 's/^/     /'
 check "removal succeeded" test "$status" -eq 0
 check "service stopped and deleted" lacks reg_has "$service_key"
+check "event-log key removed" lacks reg_has "$event_log_key"
 check "driver file removed" test ! -f "$driver"
 check "registry values and emptied keys removed" lacks reg_has "$addreg_key"
 check "staged INF and PNF removed" test ! -f "$staged" -a ! -f "${staged%.inf}.pnf"

@@ -19,7 +19,6 @@ public:
     TestSession& session() { return *session_; }
     // The messages since the session opened.
     MessageRecorder& messages() { return messages_; }
-    const SetupUtilsLibrary& library() const { return library_; }
 
     // Runs the exported action `name`.
     UINT Run(const char* name);

@@ -13,12 +13,7 @@ constexpr char kTemplate[] =
     "[Service_Install]\nServiceType=1\nStartType=3\nErrorControl=1\nServiceBinary=%12%\\$S.sys\n"
     "[Driver_Files]\n$S.sys\n"
     "[SourceDisksNames]\n1=\"Test disk\"\n"
-    "[SourceDisksFiles]\n$S.sys=1\n"
-    "[Driver_AddReg]\nHKLM,\"SOFTWARE\\SetupUtilsTest\\$S\",Installed,0x00010001,1\n"
-    "HKLM,\"SOFTWARE\\SetupUtilsTest\\$S\\Settings\",Mode,,\"normal\"\n"
-    "[EventLog_Install]\nAddReg=EventLog_AddReg\n"
-    "[EventLog_AddReg]\nHKR,,EventMessageFile,0x00020000,\"%%SystemRoot%%\\System32\\IoLogMsg.dll\"\n"
-    "HKR,,TypesSupported,0x00010001,7\n";
+    "[SourceDisksFiles]\n$S.sys=1\n";
 
 void ReplaceAll(std::string& text, const std::string& from, const std::string& to) {
     for (auto at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size())) {
@@ -34,13 +29,10 @@ std::string DriverInf(const DriverInfOptions& options) {
                options.manufacturer ? "[Manufacturer]\nVendor=Models,NTamd64\n[Models.NTamd64]\n"
                                       "Device=Driver_Install,ROOT\\TESTDRV\n"
                                     : "");
-    ReplaceAll(inf, "$L",
-               std::string(options.copyFiles ? "CopyFiles=Driver_Files\n" : "") +
-                   (options.addReg ? "AddReg=Driver_AddReg\n" : ""));
+    ReplaceAll(inf, "$L", options.copyFiles ? "CopyFiles=Driver_Files\n" : "");
     ReplaceAll(inf, "$A",
                options.service.empty() ? ""
-                                       : "AddService=" + options.service + ",0x00000002,Service_Install" +
-                                             (options.addReg ? ",EventLog_Install,System" : ""));
+                                       : "AddService=" + options.service + ",0x00000002,Service_Install");
     ReplaceAll(inf, "$I", options.manufacturer ? "Driver_Install" : "DefaultInstall");
     ReplaceAll(inf, "$S", options.service.empty() ? "none" : options.service);
     ReplaceAll(inf, "\n", "\r\n");

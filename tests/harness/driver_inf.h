@@ -10,8 +10,6 @@ struct DriverInfOptions {
     // Install section "Driver_Install" through manufacturer and model; else "DefaultInstall".
     bool manufacturer = true;
     bool copyFiles = false; // copies <service>.sys from beside the INF to the drivers folder
-    // Values under HKLM\SOFTWARE\SetupUtilsTest\<service>, and HKR values under its event-log key.
-    bool addReg = false;
 };
 
 std::string DriverInf(const DriverInfOptions& options);

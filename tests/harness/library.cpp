@@ -29,16 +29,12 @@ std::wstring SetupUtilsLibrary::Path() {
     return TestProgramPath(L"setuputils.dll");
 }
 
-FARPROC SetupUtilsLibrary::Find(const char* name) const {
-    return GetProcAddress(module_, name);
-}
-
 CustomAction SetupUtilsLibrary::Action(const char* name) const {
-    return Required<CustomAction>(Find(name), name);
+    return Required<CustomAction>(GetProcAddress(module_, name), name);
 }
 
 RunDllEntry SetupUtilsLibrary::CommandLineEntry(const char* name) const {
-    return Required<RunDllEntry>(Find(name), name);
+    return Required<RunDllEntry>(GetProcAddress(module_, name), name);
 }
 
 } // namespace harness

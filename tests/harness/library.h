@@ -20,8 +20,6 @@ public:
     SetupUtilsLibrary& operator=(const SetupUtilsLibrary&) = delete;
 
     static std::wstring Path();
-    // The export `name`, or null.
-    FARPROC Find(const char* name) const;
     CustomAction Action(const char* name) const;
     RunDllEntry CommandLineEntry(const char* name) const;
 

@@ -10,7 +10,6 @@
 #include <shlwapi.h>
 
 #include "frame/handles.h"
-#include "frame/windows_version.h"
 
 namespace harness {
 namespace {
@@ -169,10 +168,6 @@ void TestDriverService::Start() {
     WaitForServiceState(name_, SERVICE_RUNNING);
 }
 
-DWORD TestDriverService::State() const {
-    return ServiceState(name_);
-}
-
 DWORD ServiceState(const std::wstring& name) {
     ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
     ServiceHandle service(OpenServiceW(manager.get(), name.c_str(), SERVICE_QUERY_STATUS));
@@ -223,10 +218,6 @@ void StopAndDeleteService(const std::wstring& name) {
         DeleteService(service.get());
     }
     WaitForServiceState(name, 0);
-}
-
-DWORD ReportedMajorVersion() {
-    return setuputils::GetNtVersion().major;
 }
 
 } // namespace harness

@@ -62,13 +62,9 @@ public:
     TestDriverService& operator=(const TestDriverService&) = delete;
 
     void Start();
-    DWORD State() const;
 
 private:
     std::wstring name_;
 };
-
-// DWORD of the reported system major version (RtlGetNtVersionNumbers).
-DWORD ReportedMajorVersion();
 
 } // namespace harness

@@ -4,8 +4,6 @@
 #include <iterator>
 
 #include "frame/handles.h"
-#include "machine.h"
-#include "test_package.h"
 
 namespace harness {
 namespace {
@@ -79,34 +77,12 @@ void AddTree(HKEY root, const std::wstring& path, Snapshot& lines) {
     }
 }
 
-void AddFile(const std::wstring& path, Snapshot& lines) {
-    if (GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES) {
-        return;
-    }
-    const std::string bytes = ReadTextFile(path);
-    std::uint32_t checksum = 2166136261u; // FNV-1a
-    for (unsigned char byte : bytes) {
-        checksum = (checksum ^ byte) * 16777619u;
-    }
-    lines.insert(L"file " + path + L" " + std::to_wstring(bytes.size()) + L" " + std::to_wstring(checksum));
-}
-
 } // namespace
 
 Snapshot TakeSnapshot(const Watched& watched) {
     Snapshot lines;
-    for (const auto& [root, path] : watched.keys) {
+    for (const auto& [root, path] : watched) {
         AddTree(root, path, lines);
-    }
-    for (const std::wstring& service : watched.services) {
-        const std::wstring config = ServiceConfigText(service);
-        if (!config.empty()) {
-            lines.insert(L"service " + service + L" " + config + L" state " +
-                         std::to_wstring(ServiceState(service)));
-        }
-    }
-    for (const std::wstring& file : watched.files) {
-        AddFile(file, lines);
     }
     return lines;
 }

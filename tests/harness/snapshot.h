@@ -1,5 +1,5 @@
-// The parts of the machine a test names (registry trees, services, files),
-// captured as text lines, and the difference between two captures.
+// The registry trees a test names, captured as text lines, and the difference
+// between two captures.
 #pragma once
 
 #include <set>
@@ -13,15 +13,11 @@ namespace harness {
 
 using Lines = std::vector<std::wstring>;
 
-struct Watched {
-    std::vector<std::pair<HKEY, std::wstring>> keys; // each with its subkeys and values
-    std::vector<std::wstring> services;              // each by name
-    std::vector<std::wstring> files;                 // each by full path
-};
+// Keys, each with its subkeys and values.
+using Watched = std::vector<std::pair<HKEY, std::wstring>>;
 
-// One line per key, value, service and file: "HKLM\<path>", "HKLM\<path>
-// [<name>] <type> <data>", "service <name> <configuration> <state>", "file
-// <path> <size> <checksum>"; missing ones are left out.
+// One line per key and value: "HKLM\<path>", "HKLM\<path> [<name>] <type> <data>";
+// missing ones are left out.
 using Snapshot = std::set<std::wstring>;
 
 Snapshot TakeSnapshot(const Watched& watched);

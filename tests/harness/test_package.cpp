@@ -311,13 +311,9 @@ TestSession::TestSession(const std::wstring& packagePath) {
     Check(MsiOpenPackageW(packagePath.c_str(), session_.put()), "MsiOpenPackageW");
 }
 
-UINT TestSession::DoAction(const std::wstring& action) {
-    return MsiDoActionW(session_.get(), action.c_str());
-}
-
 void TestSession::Cost() {
     for (const wchar_t* action : {L"CostInitialize", L"FileCost", L"CostFinalize"}) {
-        Check(DoAction(action), Narrow(action));
+        Check(MsiDoActionW(session_.get(), action), Narrow(action));
     }
 }
 

@@ -103,7 +103,6 @@ public:
     explicit TestSession(const std::wstring& packagePath);
 
     MSIHANDLE get() const { return session_.get(); }
-    UINT DoAction(const std::wstring& action);
     // CostInitialize, FileCost and CostFinalize, so that directories and
     // component states are the installer's own.
     void Cost();

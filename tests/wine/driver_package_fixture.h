@@ -26,8 +26,6 @@ using Properties = std::vector<std::pair<std::wstring, std::wstring>>;
 inline constexpr wchar_t kSeparator[] = L"\x0001";
 inline const std::wstring kDriversFolder = L"C:\\windows\\system32\\drivers\\";
 inline const std::wstring kInfFolder = L"C:\\windows\\inf\\";
-inline const std::wstring kEventLogKey = L"System\\CurrentControlSet\\Services\\EventLog\\System\\";
-inline const std::wstring kTestKey = L"SOFTWARE\\SetupUtilsTest";
 inline const std::wstring kInfo = L"KSInstall64:info: ";
 inline constexpr wchar_t kSessionManager[] = L"System\\CurrentControlSet\\Control\\Session Manager";
 inline constexpr wchar_t kPendingRenames[] = L"PendingFileRenameOperations";
@@ -86,14 +84,12 @@ public: // also to the helpers of the tests
     ~DriverTest() override {
         for (const auto& name : names_) {
             StopAndDeleteService(name);
-            DeleteRegistryTree(HKEY_LOCAL_MACHINE, kEventLogKey + name);
             files_.insert(files_.end(), {kDriversFolder + name + L".sys", kInfFolder + name + L".inf",
                                          kInfFolder + name + L".pnf"});
         }
         for (const auto& id : ids_) {
             setuputils::DeleteInfLocation(id, log_);
         }
-        DeleteRegistryTree(HKEY_LOCAL_MACHINE, kTestKey);
         // The restart operations the test added go, and the moved-away images they would delete.
         RestoreRegistryValue(HKEY_LOCAL_MACHINE, kSessionManager, kPendingRenames, pendingValue_);
         for (const auto& entry : std::filesystem::directory_iterator(kDriversFolder)) {

@@ -3,31 +3,15 @@
 #include "action_session.h"
 #include "driver_package_fixture.h"
 #include "frame/product_codes.h"
+#include "frame/windows_version.h"
 
 namespace harness {
 namespace {
 
 using KSProcessTest = DriverTest;
 
-// Rollback before install, with the same data (the whole short|long value), under the platform's names.
-TEST_F(KSProcessTest, SchedulesRollbackThenInstallWithTheSameData) {
-    AddDriver(L"nvdrv", L"NVDRV~1.INF|nvdriver.inf", 0x121);
-    const std::wstring data = ActionData(folder_, L"NVDRV~1.INF|nvdriver.inf", ids_.back(), L"289");
-    for (const auto& [properties, marker, actions] :
-         {std::tuple{Properties{}, L"64", Texts{L"KSRollback64", L"KSInstall64"}},
-          std::tuple{Properties{{L"VersionNT64", L""}}, L"x86", Texts{L"KSRollback", L"KSInstall"}}}) {
-        auto& session = OpenCosted(properties);
-        EXPECT_EQ(Run("KSProcess"), 0u);
-        EXPECT_EQ(messages_.StartedActions(), actions);
-        EXPECT_EQ(session.Property(actions[0]) + session.Property(actions[1]), data + data);
-        EXPECT_EQ(Informed(marker) + Informed(data), 2);
-        EXPECT_EQ(messages_.FieldsOf(INSTALLMESSAGE_PROGRESS),
-                  (std::vector<Texts>{{L"1", L"0", L"0", L"0"}, {L"2", L"30", L"0", L"0"}}));
-    }
-}
-
 // Uninstall data ends in the service of the INF's install section when it names one (a short|long
-// value names no file here).
+// value names no file here). Each package scheduled moves the progress on.
 TEST_F(KSProcessTest, RemovalSchedulesOnlyUninstallWithTheInfService) {
     AddDriver(L"a_service", L"a.inf", 0x100);
     AddDriver(L"b_noservice", L"b.inf");
@@ -42,6 +26,7 @@ TEST_F(KSProcessTest, RemovalSchedulesOnlyUninstallWithTheInfService) {
     EXPECT_EQ(Informed(ActionData(folder_, L"b.inf", ids_[2], L"0")), 1);
     EXPECT_EQ(Informed(ActionData(folder_, L"C~1.INF|c.inf", ids_[3], L"0")), 1);
     EXPECT_EQ(Informed(kInfo + L"Found InstallSectionName: Driver_Install"), 2);
+    EXPECT_EQ(messages_.FieldsOf(INSTALLMESSAGE_PROGRESS).back(), (Texts{L"2", L"30", L"0", L"0"}));
 }
 
 // An unknown reference stops the walk with that status.
@@ -57,7 +42,7 @@ TEST_F(KSProcessTest, FailedSchedulingStopsWithTheInstallerStatus) {
 // whose reference goes or stays absent is not, nor one that stays absent itself.
 void CheckInfVariant(KSProcessTest& test, DWORD major, const std::wstring& suffix,
                      const std::wstring& service) {
-    ASSERT_EQ(ReportedMajorVersion(), major) << "the test prefix reports the wrong Windows version";
+    ASSERT_EQ(setuputils::GetNtVersion().major, major) << "the test prefix reports the wrong Windows version";
     test.AddDriver(L"a_long", L"drv.inf");
     test.AddDriver(L"b_short", L"SHORT~1.INF|shortlong.inf", 0, L"d_refcomes", L"Later");
     test.AddDriver(L"c_refgoes", L"c.inf", 0, L"a_long", L"Later");

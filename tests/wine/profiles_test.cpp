@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "action_session.h"
+#include "frame/windows_version.h"
 #include "import_redirect.h"
 #include "machine.h"
 #include "snapshot.h"
@@ -74,7 +75,7 @@ TEST_F(ProfilesTest, DeleteShortcutsRemovesOnlyPasswordEntriesWithoutSubkeys) {
         }
         gone.push_back(passwords + L"z");
     }
-    const Watched tree = {{{kHklm, L"SOFTWARE\\Norvane"}}, {}, {}};
+    const Watched tree = {{kHklm, L"SOFTWARE\\Norvane"}};
     const Snapshot before = TakeSnapshot(tree);
     EXPECT_EQ(session_.Run("DeleteShortcuts"), 0u);
     EXPECT_EQ(SnapshotChanges(before, TakeSnapshot(tree)), gone);
@@ -116,7 +117,7 @@ TEST_F(ProfilesTest, RebuildIconCacheSchedulesEveryProfilesCacheAndDropsEmptyCon
 // Under Windows XP profiles keep local data elsewhere.
 using ProfilesIconCacheOnWindowsXP = ProfilesTest;
 TEST_F(ProfilesIconCacheOnWindowsXP, UsesLocalSettingsFolder) {
-    ASSERT_EQ(ReportedMajorVersion(), 5u);
+    ASSERT_EQ(setuputils::GetNtVersion().major, 5u);
     ExpectIconCachesScheduled(session_, L"\\Local Settings\\Application Data\\");
 }
 

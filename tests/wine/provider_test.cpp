@@ -28,11 +28,9 @@ namespace {
 const std::wstring kTypes = L"SOFTWARE\\Microsoft\\Cryptography\\Defaults\\Provider Types\\";
 const std::wstring kUserCrypto = L"Software\\Microsoft\\Cryptography";
 const std::wstring kTypes32 = L"SOFTWARE\\WOW6432Node\\Microsoft\\Cryptography\\Defaults";
-const Watched kWatched{{{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Cryptography\\Defaults"},
-                        {HKEY_LOCAL_MACHINE, L"SOFTWARE\\WOW6432Node"},
-                        {HKEY_CURRENT_USER, kUserCrypto}},
-                       {},
-                       {}};
+const Watched kWatched{{HKEY_LOCAL_MACHINE, L"SOFTWARE\\Microsoft\\Cryptography\\Defaults"},
+                       {HKEY_LOCAL_MACHINE, L"SOFTWARE\\WOW6432Node"},
+                       {HKEY_CURRENT_USER, kUserCrypto}};
 constexpr DWORD kUser = CERT_SYSTEM_STORE_CURRENT_USER, kMachine = CERT_SYSTEM_STORE_LOCAL_MACHINE;
 const std::wstring kStores = L"Software\\Microsoft\\SystemCertificates\\";
 const std::wstring kParent =

@@ -5,35 +5,13 @@
 #include <string>
 
 #include "action_session.h"
-#include "frame/handles.h"
-#include "library.h"
 #include "machine.h"
 
 namespace harness {
 namespace {
 
 using namespace std::string_literals;
-using setuputils::ServiceHandle;
 const HKEY kHklm = HKEY_LOCAL_MACHINE;
-
-// A service of the stand-in program (test_service.cpp) run as "<name><options>"; deleted at the end.
-struct TestService {
-    TestService(const std::wstring& serviceName, DWORD type, DWORD startType, const std::wstring& options,
-                bool running = false)
-        : name(serviceName), path(L"\"" + TestProgramPath(L"test_service.exe") + L"\" " + name + options) {
-        ServiceHandle manager(OpenSCManagerW(nullptr, nullptr, SC_MANAGER_ALL_ACCESS));
-        ServiceHandle service(CreateServiceW(manager.get(), name.c_str(), name.c_str(), SERVICE_ALL_ACCESS,
-                                             type, startType, SERVICE_ERROR_IGNORE, path.c_str(), nullptr,
-                                             nullptr, nullptr, nullptr, nullptr));
-        EXPECT_TRUE(service && (!running || StartServiceW(service.get(), 0, nullptr))) << GetLastError();
-        EXPECT_EQ(WaitForServiceState(name, running ? SERVICE_RUNNING : SERVICE_STOPPED),
-                  running ? SERVICE_RUNNING : SERVICE_STOPPED);
-    }
-    ~TestService() { StopAndDeleteService(name); }
-
-    std::wstring name;
-    std::wstring path;
-};
 
 const std::wstring kLsa = L"SYSTEM\\CurrentControlSet\\Control\\Lsa";
 const std::wstring kPower = L"SYSTEM\\CurrentControlSet\\Control\\Session Manager\\Power";
@@ -62,12 +40,13 @@ using MsiCreateServiceTest = SystemActionTest;
 using SecurityPackagesOnWindows10 = SystemActionTest;
 using SystemIntegrityTest = SystemActionTest;
 
-// Wine's svchost has no "nvcsp" group and its NetLocalGroupAdd/Del do nothing: a stand-in shows the stop.
+// Wine's svchost has no "nvcsp" group and its NetLocalGroupAdd/Del do nothing: a test driver shows the stop.
 TEST_F(MsiCreateServiceTest, HelperStartsOnDemandInTheCardGroupRollbackDeletes) {
     const std::wstring hostAndGroup = L"|%SystemRoot%\\system32\\svchost.exe -k nvcsp|SmartCardGroup|";
     EXPECT_EQ(Run("MsiCreateService", L"nvcsphclm/Norvane helper/1/Card Users"), 0u);
     EXPECT_EQ(ServiceConfigText(L"nvcsphclm"), L"0x10 3 1" + hostAndGroup + L"Norvane helper");
-    TestService service(L"NvnRollback", SERVICE_WIN32_OWN_PROCESS, SERVICE_DEMAND_START, L"", true);
+    TestDriverService service(L"NvnRollback");
+    service.Start();
     EXPECT_EQ(Run("MsiCreateServiceRollback", L"NvnRollback/Card Users"), 0u);
     EXPECT_EQ(WaitForServiceState(L"NvnRollback", 0), 0u);
     EXPECT_EQ(Run("MsiCreateServiceRollback", L"NvnRollback"), 1603u);
@@ -109,7 +88,7 @@ TEST(TlsPackageLoad, AddsThePackageOfThisSystemVersion) {
 TEST_F(SystemIntegrityTest, UnHookSendsOneBufferlessRequestToTheDeviceWhenItIsThere) {
     TestDriverService control(L"NvnCtrl");
     control.Start();
-    ASSERT_EQ(control.State(), DWORD{SERVICE_RUNNING});
+    ASSERT_EQ(ServiceState(L"NvnCtrl"), DWORD{SERVICE_RUNNING});
     EXPECT_EQ(Run("UnHookSystem"), 0u);
     const auto recorded = [](const wchar_t* name) {
         return ReadRegistryDword(kHklm, kTestRecords + L"\\NvnCtrl", name);
