@@ -55,9 +55,9 @@ UINT SetFormattedValue(MSIHANDLE session, const PropertyRule& rule) {
         return ERROR_INSTALL_FAILURE;
     }
     std::wstring formatted;
+    // However long the formatted value grows, it is set whole.
     if (MsiRecordSetStringW(record.get(), 0, rule.value.c_str()) != ERROR_SUCCESS ||
-        WithinCapacity(FormatRecord(session, record.get(), formatted), formatted, kValueLength) !=
-            ERROR_SUCCESS) {
+        FormatRecord(session, record.get(), formatted) != ERROR_SUCCESS) {
         return ERROR_INSTALL_FAILURE;
     }
     return SetProperty(session, rule.property.c_str(), formatted.c_str());

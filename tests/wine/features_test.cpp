@@ -24,14 +24,17 @@ UINT RunAction(const char* action, TestSession& session) {
     return library.Action(action)(session.get());
 }
 
-// An empty property is filled in, a set one only when the rule overwrites; a condition must hold.
+// An empty property is filled in, a set one only when the rule overwrites; a condition must hold; a long
+// formatted value is set whole.
 TEST(FeaturesTest, PropertyExRulesSetClearOrKeepTheirProperties) {
+    const std::wstring kLonger(300, L'x'); // formatted beyond the value column's 256 characters
     using Rule = std::tuple<const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t*, const wchar_t*,
                             const wchar_t*>; // property, value, flags, condition, before (null: unset), after
     const Rule rules[] = {{L"OVERWRITTEN", L"[OTHER]\\x", L"#1", L"", L"old", L"other\\x"},
                           {L"EMPTY", L"[OTHER]y", L"#0", L"", nullptr, L"othery"},
                           {L"KEPT", L"v", L"#0", L"", L"old", L"old"},
-                          {L"CONDITIONED", L"v", L"#0", L"OTHER = \"other\"", nullptr, L"v"}};
+                          {L"CONDITIONED", L"v", L"#0", L"OTHER = \"other\"", nullptr, L"v"},
+                          {L"LONG", L"[LONGER]", L"#0", L"", nullptr, kLonger.c_str()}};
     const std::wstring columns = L"`Property`, `Value`, `Flags`, `Condition`";
     TestPackage package;
     package.AddStandardTables();
@@ -39,6 +42,7 @@ TEST(FeaturesTest, PropertyExRulesSetClearOrKeepTheirProperties) {
         L"CREATE TABLE `PropertyEx` (`Property` CHAR(72) NOT NULL, `Value` CHAR(0), `Flags` SHORT NOT "
         L"NULL, `Condition` CHAR(255) PRIMARY KEY `Property`)");
     package.SetProperty(L"OTHER", L"other");
+    package.SetProperty(L"LONGER", kLonger);
     for (const auto& [property, value, flags, condition, before, after] : rules) {
         package.Insert(L"PropertyEx", columns, {{property, value, flags, condition}});
         if (before != nullptr) {
