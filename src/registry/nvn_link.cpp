@@ -17,16 +17,22 @@ namespace {
 constexpr wchar_t kProviderSoftwareKey[] = L"Software\\Norvane\\";
 constexpr wchar_t kLinkTargetPrefix[] = L"\\Registry\\Machine\\Software\\WOW6432Node\\Norvane\\";
 
-bool IsExistingLink(const std::wstring& path) {
+enum class KeyKind { Absent, Link, Plain };
+
+// What stands at `path` under HKEY_LOCAL_MACHINE itself (a link not followed).
+KeyKind KindOfKey(const std::wstring& path) {
     RegKey key;
-    return RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), REG_OPTION_OPEN_LINK, KEY_QUERY_VALUE,
-                         key.put()) == ERROR_SUCCESS &&
-           IsLinkKey(key.get());
+    if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), REG_OPTION_OPEN_LINK, KEY_QUERY_VALUE, key.put()) !=
+        ERROR_SUCCESS) {
+        return KeyKind::Absent;
+    }
+    return IsLinkKey(key.get()) ? KeyKind::Link : KeyKind::Plain;
 }
 
 void LinkToThirtyTwoBitNode(MSIHANDLE session) {
     std::wstring subkey;
-    if (GetPropertyString(session, L"CustomActionData", subkey) != ERROR_SUCCESS) {
+    // No name would make the provider's top key itself the link.
+    if (GetPropertyString(session, L"CustomActionData", subkey) != ERROR_SUCCESS || subkey.empty()) {
         return;
     }
     RegKey provider;
@@ -35,13 +41,14 @@ void LinkToThirtyTwoBitNode(MSIHANDLE session) {
         return;
     }
     // A plain key without subkeys makes room for the link; one with subkeys
-    // survives. A link made before stays: deleting it by name would delete the
-    // shared settings it leads to.
-    if (!IsExistingLink(kProviderSoftwareKey + subkey)) {
+    // survives and stays the key it is. A link made before stays: deleting it
+    // by name would delete the shared settings it leads to.
+    const std::wstring path = kProviderSoftwareKey + subkey;
+    if (KindOfKey(path) == KeyKind::Plain) {
         RegDeleteKeyW(provider.get(), subkey.c_str());
     }
     RegKey link;
-    if (OpenOrCreateLinkKey(kProviderSoftwareKey + subkey, link) != ERROR_SUCCESS) {
+    if (KindOfKey(path) == KeyKind::Plain || OpenOrCreateLinkKey(path, link) != ERROR_SUCCESS) {
         return;
     }
     if (WriteLinkTarget(link.get(), kLinkTargetPrefix + subkey) == ERROR_SUCCESS) {

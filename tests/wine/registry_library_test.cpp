@@ -139,6 +139,18 @@ TEST_F(RegistryTest, NvnLinkRunAgainAndNvnUnlinkKeepTheLink) {
     }
 }
 
+// No name links nothing (not the provider's top key itself); a native key with subkeys of its own stays the
+// key it is.
+TEST_F(RegistryTest, NvnLinkLeavesAnEmptyNameAndAKeyWithSubkeysAlone) {
+    WriteRegistryString(kHklm, L"Software\\Norvane", L"Top", L"64");
+    EXPECT_EQ(session_.Run("NvnLink", L""), 0u);
+    WriteRegistryString(kHklm, kNativeSub + L"\\Child", L"Own", L"64");
+    EXPECT_EQ(session_.Run("NvnLink", L"Sub"), 0u);
+    EXPECT_EQ(ReadRegistryString(kHklm, L"Software\\Norvane", L"Top"), L"64");
+    EXPECT_EQ(ReadRegistryString(kHklm, kNativeSub + L"\\Child", L"Own"), L"64");
+    EXPECT_TRUE(session_.messages().InfoTexts().empty());
+}
+
 // Wine refuses labels and SetNamedSecurityInfoW on files: SetRegistryLow's label (inherited, no
 // write-up, low) and AllAppPackageSecurity's merge (one entry first, the rest kept) are checked.
 TEST_F(RegistryTest, AccessRightsLowIntegrityLabelAndAppPackagesEntry) {
