@@ -116,6 +116,10 @@ LocalMemory BuildSettingsKeyAcl() {
 }
 
 DWORD MergeAppPackagesEntry(PACL current, LocalMemory& merged) {
+    merged.reset();
+    if (current == nullptr) {
+        return ERROR_SUCCESS; // a NULL list lets everyone in, app packages too: nothing to add
+    }
     AllocatedSid packages = AllApplicationPackages();
     if (!packages) {
         return GetLastError();

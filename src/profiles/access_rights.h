@@ -31,7 +31,8 @@ LocalMemory BuildSettingsKeyAcl(NtVersion version);
 LocalMemory BuildSettingsKeyAcl();
 
 // `current` with an all-application-packages entry merged in (read and
-// execute, inherited by files and folders). Returns the Win32 error.
+// execute, inherited by files and folders); nothing when `current` is a NULL
+// list, which lets everyone in already. Returns the Win32 error.
 DWORD MergeAppPackagesEntry(PACL current, LocalMemory& merged);
 
 // The security descriptor of the low-integrity label; empty on failure.

@@ -12,8 +12,9 @@
 namespace setuputils {
 namespace {
 
-// Adds the all-application-packages entry to the access list of `path`.
-// The system's refusal changes nothing and is not reported.
+// Adds the all-application-packages entry to the access list of `path`; a
+// NULL list, which lets everyone in, stays as it is. The system's refusal
+// changes nothing and is not reported.
 void GrantAppPackagesAccess(const std::wstring& path) {
     PACL current = nullptr;
     LocalMemory descriptor;
@@ -23,7 +24,7 @@ void GrantAppPackagesAccess(const std::wstring& path) {
         return;
     }
     LocalMemory merged;
-    if (MergeAppPackagesEntry(current, merged) == ERROR_SUCCESS) {
+    if (MergeAppPackagesEntry(current, merged) == ERROR_SUCCESS && merged) {
         SetNamedSecurityInfoW(const_cast<wchar_t*>(path.c_str()), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION,
                               nullptr, nullptr, static_cast<PACL>(merged.get()), nullptr);
     }

@@ -152,7 +152,8 @@ TEST_F(RegistryTest, NvnLinkLeavesAnEmptyNameAndAKeyWithSubkeysAlone) {
 }
 
 // Wine refuses labels and SetNamedSecurityInfoW on files: SetRegistryLow's label (inherited, no
-// write-up, low) and AllAppPackageSecurity's merge (one entry first, the rest kept) are checked.
+// write-up, low) and AllAppPackageSecurity's merge (one entry first, the rest kept; a NULL list left alone)
+// are checked.
 TEST_F(RegistryTest, AccessRightsLowIntegrityLabelAndAppPackagesEntry) {
     LocalMemory descriptor = LowIntegrityLabelDescriptor();
     BOOL present = FALSE, defaulted = FALSE;
@@ -174,6 +175,8 @@ TEST_F(RegistryTest, AccessRightsLowIntegrityLabelAndAppPackagesEntry) {
     ASSERT_EQ(MergeAppPackagesEntry(current, merged), 0u);
     EXPECT_EQ(AclText(static_cast<PACL>(merged.get())),
               L"D:(A;OICI;0x1200a9;;;AC)(A;;FA;;;SY)(A;OICI;FR;;;BU)");
+    EXPECT_EQ(MergeAppPackagesEntry(nullptr, merged), 0u); // a NULL list lets everyone in: no list made
+    EXPECT_FALSE(merged);
 }
 
 } // namespace
