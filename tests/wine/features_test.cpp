@@ -9,9 +9,11 @@
 #include <set>
 #include <string>
 #include <tuple>
+#include <utility>
 
 #include "action_session.h"
 #include "frame/product_codes.h"
+#include "import_redirect.h"
 #include "library.h"
 #include "machine.h"
 #include "test_package.h"
@@ -106,8 +108,17 @@ TestSession Maintenance(const ProviderPackage& product) {
     return session;
 }
 
+// Refuses the first temporary row asked for: the provider's feature, put back hidden.
+UINT WINAPI RefuseFirstTemporaryInsert(MSIHANDLE view, MSIMODIFY mode, MSIHANDLE record) {
+    static bool refused = false;
+    return mode == MSIMODIFY_INSERT_TEMPORARY && !std::exchange(refused, true)
+               ? ERROR_FUNCTION_FAILED
+               : MsiViewModify(view, mode, record);
+}
+
 // The product (probe with a key file) and an earlier edition (probe folder) installed, and a first
-// installation whose "nvcspr" has children. Wine cannot show that the rows put back are temporary.
+// installation whose "nvcspr" has children (one kept when its provider's row is refused). Wine cannot
+// show that the rows put back are temporary.
 TEST(FeaturesTest, InstalledProductsDecideHidingSelectionAndAppPaths) {
     ProviderPackage own(true), earlier(false), fresh(true);
     const InstalledProduct ownProduct(own.package);
@@ -127,6 +138,17 @@ TEST(FeaturesTest, InstalledProductsDecideHidingSelectionAndAppPaths) {
         rows.erase(L"nvcspr< 1");
         rows.insert(L"nvcspr< 0");
         EXPECT_EQ(FeatureRows(first), rows) << "hidden, children kept";
+    }
+    {
+        ProviderPackage refused(true);
+        AddFeatureRow(refused.package, L"nvcspr_a", L"nvcspr");
+        refused.package.Commit();
+        const ImportRedirect refuse{GetModuleHandleW(L"setuputils.dll"), "msi.dll", "MsiViewModify",
+                                    reinterpret_cast<void*>(&RefuseFirstTemporaryInsert)};
+        TestSession session(refused.package);
+        EXPECT_EQ(RunAction("HideNVCSPRIfKC", session), 0u);
+        EXPECT_EQ(FeatureRows(session).count(L"nvcspr_a<nvcspr 1"), 1u)
+            << "the child kept, the provider refused";
     }
 
     // "nvcspr1" only when "fake_nvcspr" stays installed and the product's own probe has a key file.
