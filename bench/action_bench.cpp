@@ -25,6 +25,7 @@
 
 #include "action_session.h"
 #include "frame/handles.h"
+#include "frame/session.h"
 #include "library.h"
 #include "machine.h"
 #include "test_package.h"
@@ -65,18 +66,19 @@ void Require(UINT status, const char* what) {
 
 // Each row of `query`, fetched in turn.
 void ForEachRow(MSIHANDLE session, const wchar_t* query, const std::function<void(MSIHANDLE)>& visit) {
-    MsiHandle database(MsiGetActiveDatabase(session)), view, record;
-    Require(MsiDatabaseOpenViewW(database.get(), query, view.put()), "open view");
-    Require(MsiViewExecute(view.get(), 0), "execute view");
-    while (MsiViewFetch(view.get(), record.put()) == ERROR_SUCCESS) {
-        visit(record.get());
-    }
+    setuputils::View view;
+    Require(setuputils::OpenView(session, query, view), "open view");
+    Require(setuputils::ForEachRecord(view.get(),
+                                      [&](MSIHANDLE record) {
+                                          visit(record);
+                                          return ERROR_SUCCESS;
+                                      }),
+            "fetch");
 }
 
 std::wstring Field(MSIHANDLE record, UINT field) {
-    wchar_t text[256];
-    DWORD size = 256;
-    MsiRecordGetStringW(record, field, text, &size);
+    std::wstring text;
+    setuputils::GetRecordString(record, field, text);
     return text;
 }
 
@@ -150,15 +152,9 @@ void RequireWork(const char* action, int items, int done) {
     }
 }
 
-int Rows(MSIHANDLE session, const wchar_t* query) {
-    int rows = 0;
-    ForEachRow(session, query, [&](MSIHANDLE) { ++rows; });
-    return rows;
-}
-
 // The temporary Registry rows beside the package's own; every package scheduled (the last one's data set).
 int RegistryRowsAdded(TestSession& session, int) {
-    return Rows(session.get(), L"SELECT `Registry` FROM `Registry`") - 1;
+    return static_cast<int>(session.Rows(L"SELECT `Registry` FROM `Registry`").size()) - 1;
 }
 int PackagesScheduled(TestSession& session, int items) {
     return session.Property(L"KSInstall64").empty() ? 0 : items;

@@ -142,6 +142,9 @@ entries=$(msiinfo export "$package" CustomAction | tr -d '\r' |
 for entry in $entries; do
     check "$entry ran from a script" grep -a -q "Calling function L\"$entry\"" "$work"/*.trace
 done
+# The trace must show the actions' own calls, or the check below would pass on nothing.
+check "the trace holds the deferred actions' reads of their data" \
+    grep -a -q 'Call msi.MsiGetPropertyW(.*"CustomActionData"' "$work/install.log.trace"
 awk -f "$here/script-context.awk" "$work"/*.trace > "$work/context.txt"
 check "no deferred action used the installing session" test ! -s "$work/context.txt"
 sed 's/^/        /' "$work/context.txt" | sort -u
